@@ -1,0 +1,11 @@
+// Everything zel offers, in one include.
+#ifndef ZEL_ZEL_H
+#define ZEL_ZEL_H
+
+#include <zel/config.h>
+#include <zel/exception.h>
+#include <zel/fspool.h>
+#include <zel/memory.h>
+#include <zel/stopwatch.h>
+
+#endif

@@ -1,0 +1,278 @@
+// The exception families, the throw path's slicing, the report text and the
+// handler functions.
+#include <zel/exception.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <typeinfo>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+// Throws `e` through zel_throw and returns what a handler receives.
+template <class E>
+zel::xexception thrown(E const& e, char const* file, int line) {
+    try {
+        zel::zel_throw(e, file, line);
+    } catch (zel::xexception const& x) {
+        EXPECT_EQ(typeid(x), typeid(zel::xexception)) << "not sliced to xexception";
+        return x;
+    }
+    ADD_FAILURE() << "nothing thrown";
+    return zel::xexception();
+}
+
+std::string report(zel::xexception const& e) {
+    CaptureStderr();
+    e.print();
+    return GetCapturedStderr();
+}
+
+// An xexception with every field chosen, name included.
+struct any_xexception : zel::xexception {
+    any_xexception(char const* name, char const* what, char const* file, int line)
+        : xexception(name, what, file, line) {}
+};
+
+TEST(Exception, ZelExceptionHoldsItsText) {
+    zel::exception with("text"), without;
+    EXPECT_STREQ(with.what(), "text");
+    EXPECT_STREQ(without.what(), "");
+    std::exception const& base = with;
+    EXPECT_STREQ(base.what(), "text");
+}
+
+TEST(Exception, DefaultXexceptionHasNoMessageFileOrLine) {
+    zel::xexception e;
+    EXPECT_STREQ(e.name(), "xexception");
+    EXPECT_EQ(e.what(), nullptr);
+    std::exception const& base = e;
+    EXPECT_EQ(base.what(), nullptr) << "what() is the message pointer, even through the base";
+    EXPECT_EQ(e.file(), nullptr);
+    EXPECT_EQ(e.line(), -1);
+
+    zel::xexception m("message");
+    EXPECT_STREQ(m.name(), "xexception");
+    EXPECT_STREQ(m.what(), "message");
+}
+
+TEST(Exception, EveryLeafCarriesItsNameAndPlaceInTheTree) {
+    struct row {
+        zel::xexception const& e;
+        char const* name;
+        bool is_logic;
+    };
+    zel::logic_error le;
+    zel::container_error ce;
+    zel::domain_error de;
+    zel::invalid_argument ia;
+    zel::length_error len;
+    zel::out_of_range oor;
+    zel::sync_error se;
+    zel::runtime_error re;
+    zel::overflow_error oe;
+    zel::range_error rge;
+    row const rows[] = {
+        {le, "logic_error", true},       {ce, "container_error", true},
+        {de, "domain_error", true},      {ia, "invalid_argument", true},
+        {len, "length_error", true},     {oor, "out_of_range", true},
+        {se, "sync_error", true},        {re, "runtime_error", false},
+        {oe, "overflow_error", false},   {rge, "range_error", false},
+    };
+    for (row const& r : rows) {
+        EXPECT_STREQ(r.e.name(), r.name);
+        EXPECT_EQ(r.e.what(), nullptr) << r.name;
+        EXPECT_EQ(r.e.file(), nullptr) << r.name;
+        EXPECT_EQ(r.e.line(), -1) << r.name;
+        EXPECT_EQ(dynamic_cast<zel::logic_error const*>(&r.e) != nullptr, r.is_logic) << r.name;
+        EXPECT_EQ(dynamic_cast<zel::runtime_error const*>(&r.e) != nullptr, !r.is_logic) << r.name;
+    }
+    zel::out_of_range full("bad index", "src/bitset.cpp", 77);
+    EXPECT_STREQ(full.what(), "bad index");
+    EXPECT_STREQ(full.file(), "src/bitset.cpp");
+    EXPECT_EQ(full.line(), 77);
+}
+
+TEST(Exception, TextsAreBorrowedNotCopied) {
+    static char const text[] = "borrowed";
+    zel::invalid_argument e(text, text, 1);
+    zel::xexception copy(e);
+    EXPECT_EQ(copy.what(), text);
+    EXPECT_EQ(copy.file(), text);
+}
+
+TEST(Exception, ZelThrowSlicesToXexceptionAndSetsTheLocation) {
+    bool leaf_caught = false;
+    try {
+        zel::zel_throw(zel::out_of_range(), "src/bitset.cpp", 41);
+    } catch (zel::out_of_range const&) {
+        leaf_caught = true;
+    } catch (zel::xexception const& e) {
+        EXPECT_EQ(typeid(e), typeid(zel::xexception));
+        EXPECT_STREQ(e.name(), "out_of_range");
+        EXPECT_STREQ(e.file(), "src/bitset.cpp");
+        EXPECT_EQ(e.line(), 41);
+    }
+    EXPECT_FALSE(leaf_caught) << "a handler for the leaf class must not see it";
+
+    // The location given to zel_throw wins, null and -1 included.
+    zel::xexception x = thrown(zel::container_error("msg", "old.cpp", 5), nullptr, -1);
+    EXPECT_STREQ(x.name(), "container_error");
+    EXPECT_STREQ(x.what(), "msg");
+    EXPECT_EQ(x.file(), nullptr);
+    EXPECT_EQ(x.line(), -1);
+
+    // Caught as std::exception too.
+    EXPECT_THROW(zel::zel_throw(zel::sync_error("s"), "f", 1), std::exception);
+}
+
+TEST(Exception, ZelThrowOfAPlainExceptionKeepsOnlyItsText) {
+    try {
+        zel::zel_throw(zel::bad_alloc(), "src/memory.cpp", 9);
+        FAIL() << "nothing thrown";
+    } catch (zel::bad_alloc const&) {
+        FAIL() << "bad_alloc must reach the caller as a plain exception";
+    } catch (zel::exception const& e) {
+        EXPECT_EQ(typeid(e), typeid(zel::exception));
+        EXPECT_STREQ(e.what(), "bad allocation");
+    }
+}
+
+TEST(Exception, ThrowMacroPassesTheSourceLine) {
+    int line = 0;
+    try {
+        line = __LINE__ + 1;
+        ZEL_THROW(zel::range_error("r"));
+    } catch (zel::xexception const& e) {
+        EXPECT_EQ(e.line(), line);
+        EXPECT_STREQ(e.file(), __FILE__);
+        EXPECT_STREQ(e.name(), "range_error");
+    }
+}
+
+TEST(Exception, SetLocationAndAssignment) {
+    zel::out_of_range e("what", "a.cpp", 1);
+    e.set_location("b.cpp", 2);
+    EXPECT_STREQ(e.file(), "b.cpp");
+    EXPECT_EQ(e.line(), 2);
+
+    zel::xexception x("x");
+    x = e;
+    EXPECT_STREQ(x.name(), "out_of_range");
+    EXPECT_STREQ(x.what(), "what");
+    EXPECT_STREQ(x.file(), "b.cpp");
+    EXPECT_EQ(x.line(), 2);
+
+    zel::xexception& self = x;
+    x = self;
+    EXPECT_STREQ(x.name(), "out_of_range");
+    EXPECT_STREQ(x.what(), "what");
+}
+
+TEST(Exception, ReportIsExactByteForByte) {
+    EXPECT_EQ(report(zel::out_of_range(nullptr, "src/bitset.cpp", 77)),
+              "!!! EXCEPTION THROWN !!!\n\n"
+              "--> Type: out_of_range\n"
+              "--> From: 'src/bitset.cpp', line 77\n");
+    EXPECT_EQ(report(zel::invalid_argument("Invalid pool chunk size", "src/fspool.cpp", 0)),
+              "!!! EXCEPTION THROWN !!!\n\n"
+              "--> Type: invalid_argument\n"
+              "--> What: Invalid pool chunk size\n"
+              "--> From: 'src/fspool.cpp', line 0\n");
+    EXPECT_EQ(report(zel::runtime_error("m", "f.cpp", -1)),
+              "!!! EXCEPTION THROWN !!!\n\n"
+              "--> Type: runtime_error\n"
+              "--> What: m\n"
+              "--> From: 'f.cpp'\n");
+    EXPECT_EQ(report(zel::xexception("no file")),
+              "!!! EXCEPTION THROWN !!!\n\n"
+              "--> Type: xexception\n"
+              "--> What: no file\n");
+    EXPECT_EQ(report(any_xexception(nullptr, nullptr, nullptr, 3)), "!!! EXCEPTION THROWN !!!\n\n");
+    EXPECT_EQ(report(any_xexception(nullptr, "w", nullptr, 3)), "!!! EXCEPTION THROWN !!!\n\n--> What: w\n");
+}
+
+// Exposes _Doraise, which the runtime-mirroring classes keep protected.
+template <class E>
+struct raiser : E {
+    using E::E;
+    void raise() const { this->_Doraise(); }
+};
+
+template <class Caught, class E>
+bool raises_as(E const& e) {
+    try {
+        e.raise();
+    } catch (Caught const& c) {
+        return typeid(c) == typeid(Caught);
+    } catch (...) {
+    }
+    return false;
+}
+
+TEST(Exception, RuntimeMirrorsHaveTheirTextsAndRaiseThemselves) {
+    EXPECT_STREQ(zel::bad_exception().what(), "bad exception");
+    EXPECT_STREQ(zel::bad_alloc().what(), "bad allocation");
+    EXPECT_STREQ(zel::bad_cast().what(), "bad cast");
+    EXPECT_STREQ(zel::bad_typeid().what(), "bad typeid");
+    EXPECT_STREQ(zel::__non_rtti_object("no rtti").what(), "no rtti");
+    EXPECT_STREQ(zel::bad_alloc("other").what(), "other");
+
+    EXPECT_TRUE(raises_as<zel::bad_exception>(raiser<zel::bad_exception>()));
+    EXPECT_TRUE(raises_as<zel::bad_alloc>(raiser<zel::bad_alloc>()));
+    EXPECT_TRUE(raises_as<zel::bad_cast>(raiser<zel::bad_cast>()));
+    EXPECT_TRUE(raises_as<zel::bad_typeid>(raiser<zel::bad_typeid>()));
+    // Inherited from bad_typeid, so it raises a bad_typeid copy.
+    raiser<zel::__non_rtti_object> nro("x");
+    EXPECT_TRUE(raises_as<zel::bad_typeid>(nro));
+    try {
+        nro.raise();
+    } catch (zel::__non_rtti_object const&) {
+        ADD_FAILURE() << "raised as __non_rtti_object";
+    } catch (zel::bad_typeid const& e) {
+        EXPECT_STREQ(e.what(), "x");
+    }
+}
+
+void throwing_unexpected() { throw 42; }
+
+TEST(Exception, UnexpectedCallsTheInstalledHandler) {
+    zel::unexpected_handler original = zel::set_unexpected(&throwing_unexpected);
+    EXPECT_NE(original, nullptr);
+    EXPECT_THROW(zel::unexpected(), int);
+    EXPECT_EQ(zel::set_unexpected(original), &throwing_unexpected);
+    // Null installs the default handler, which terminates.
+    zel::set_unexpected(nullptr);
+    EXPECT_EQ(zel::set_unexpected(original), original);
+}
+
+[[noreturn]] void exit_three() {
+    std::fputs("custom terminate\n", stderr);
+    std::_Exit(3);
+}
+
+TEST(ExceptionDeathTest, TerminateRunsTheInstalledHandler) {
+    EXPECT_EXIT(
+        {
+            zel::set_terminate(&exit_three);
+            zel::terminate();
+        },
+        testing::ExitedWithCode(3), "custom terminate");
+    EXPECT_EXIT(
+        {
+            zel::set_terminate(&exit_three);
+            zel::unexpected();
+        },
+        testing::ExitedWithCode(3), "custom terminate");
+    zel::terminate_handler mine = &exit_three;
+    zel::terminate_handler before = zel::set_terminate(mine);
+    EXPECT_EQ(zel::set_terminate(before), mine);
+}
+
+} // namespace

@@ -1,0 +1,169 @@
+// The fixed-size pool: set-up errors with their texts and lines, order of
+// chunks, exhaustion, sharing between copies and the consistency check.
+#include <zel/fspool.h>
+
+#include <zel/exception.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <typeinfo>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+// A pool of `count` chunks of `size` bytes over its own block.
+struct pool_fixture {
+    pool_fixture(unsigned size, unsigned count) : block(size * count), pool(data) {
+        pool.init_pool(size, count, block.data());
+    }
+    char* at(unsigned offset) { return block.data() + offset; }
+
+    std::vector<char> block;
+    zel::fs_pool::pool_data data{};
+    zel::fs_pool pool;
+};
+
+// Expects `f` to raise through zel_throw with the given class name, text and
+// line of src/fspool.cpp.
+template <class F>
+void expect_pool_error(F f, char const* name, char const* text, int line) {
+    try {
+        f();
+        ADD_FAILURE() << "nothing thrown, expected " << text;
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), name);
+        EXPECT_STREQ(e.what(), text);
+        EXPECT_STREQ(e.file(), "src/fspool.cpp");
+        EXPECT_EQ(e.line(), line);
+    }
+}
+
+TEST(FsPool, SetUpRejectsSmallChunksAndCounts) {
+    std::vector<char> block(64);
+    zel::fs_pool::pool_data data{};
+    zel::fs_pool pool(data);
+    expect_pool_error([&] { pool.init_pool(3, 4, block.data()); }, "invalid_argument",
+                      "Invalid pool chunk size", 140);
+    expect_pool_error([&] { pool.init_pool(4, 1, block.data()); }, "invalid_argument",
+                      "Invalid pool chunk count", 141);
+    EXPECT_EQ(data.free_list, nullptr) << "a rejected set-up changes nothing";
+    EXPECT_NO_THROW(pool.init_pool(4, 2, block.data()));
+}
+
+TEST(FsPool, ServesChunksInAddressOrderUntilExhausted) {
+    pool_fixture f(4, 2);
+    EXPECT_EQ(f.data.free_count, 2u);
+    EXPECT_EQ(f.pool.allocate(4), f.at(0));
+    // The size asked is not looked at.
+    EXPECT_EQ(f.pool.allocate(1000), f.at(4));
+    EXPECT_EQ(f.data.free_count, 0u);
+    EXPECT_EQ(f.data.free_list, nullptr);
+    for (int form = 0; form < 2; ++form) {
+        try {
+            form == 0 ? f.pool.allocate(4) : f.pool.allocate(4, 1, 0, nullptr);
+            ADD_FAILURE() << "an exhausted pool must raise";
+        } catch (zel::xexception const&) {
+            ADD_FAILURE() << "bad_alloc arrives as a plain exception";
+        } catch (zel::exception const& e) {
+            EXPECT_EQ(typeid(e), typeid(zel::exception));
+            EXPECT_STREQ(e.what(), "bad allocation");
+        }
+    }
+    EXPECT_EQ(f.data.free_count, 0u) << "a failed allocation changes nothing";
+    EXPECT_NO_THROW(f.pool.check());
+}
+
+TEST(FsPool, ReturnsChunksLastFreedFirst) {
+    pool_fixture f(16, 4);
+    void* a = f.pool.allocate(16);
+    void* b = f.pool.allocate(16);
+    void* c = f.pool.allocate(16);
+    f.pool.deallocate(a);
+    f.pool.deallocate(c);
+    f.pool.deallocate(b);
+    EXPECT_EQ(f.pool.allocate(16), b);
+    EXPECT_EQ(f.pool.allocate(16), c);
+    EXPECT_EQ(f.pool.allocate(16), a);
+    EXPECT_EQ(f.pool.allocate(16), f.at(48));
+}
+
+TEST(FsPool, FourArgumentFormGrantsTheChunkSize) {
+    pool_fixture f(24, 3);
+    unsigned granted = 0;
+    EXPECT_EQ(f.pool.allocate(8, 100, 12, &granted), f.at(0));
+    EXPECT_EQ(granted, 24u);
+    EXPECT_EQ(f.pool.allocate(8, 100, 12, nullptr), f.at(24));
+}
+
+TEST(FsPool, CopiesShareOnePool) {
+    pool_fixture f(8, 4);
+    zel::fs_pool copy(f.pool);
+    zel::allocator_engine& engine = copy;
+    EXPECT_EQ(engine.id(), f.pool.id());
+    EXPECT_EQ(engine.max_size(), 32u);
+    EXPECT_FALSE(engine.query_resize(8, 16));
+    void* p = engine.allocate(8);
+    EXPECT_EQ(f.data.free_count, 3u);
+    f.pool.deallocate(p);
+    EXPECT_EQ(engine.allocate(8), p);
+
+    zel::fs_pool::pool_data other{};
+    zel::fs_pool elsewhere(other);
+    EXPECT_NE(elsewhere.id(), f.pool.id());
+    elsewhere = f.pool;
+    EXPECT_EQ(elsewhere.id(), f.pool.id());
+}
+
+TEST(FsPool, OddChunkSizesNeedNoAlignment) {
+    pool_fixture f(5, 7);
+    std::vector<void*> got;
+    for (int i = 0; i < 7; ++i)
+        got.push_back(f.pool.allocate(5));
+    for (int i = 0; i < 7; ++i)
+        EXPECT_EQ(got[i], f.at(5 * i));
+    for (void* p : got)
+        f.pool.deallocate(p);
+    EXPECT_NO_THROW(f.pool.check());
+}
+
+TEST(FsPool, CheckHoldsAfterRandomMatchedUse) {
+    pool_fixture f(12, 64);
+    std::mt19937 rng(20261121);
+    std::vector<void*> out;
+    std::set<void*> distinct;
+    for (int step = 0; step < 5000; ++step) {
+        bool take = out.empty() || (out.size() < 64 && rng() % 2 == 0);
+        if (take) {
+            out.push_back(f.pool.allocate(12));
+            EXPECT_TRUE(distinct.insert(out.back()).second) << "a chunk handed out twice";
+        } else {
+            std::swap(out[rng() % out.size()], out.back());
+            distinct.erase(out.back());
+            f.pool.deallocate(out.back());
+            out.pop_back();
+        }
+        ASSERT_EQ(f.data.free_count, 64u - out.size());
+        ASSERT_NO_THROW(f.pool.check());
+    }
+}
+
+TEST(FsPool, CheckReportsAWrongCount) {
+    pool_fixture f(8, 4);
+    f.data.free_count = 3;
+    expect_pool_error([&] { f.pool.check(); }, "runtime_error", "Incorrect pool count", 133);
+    f.data.free_count = 5;
+    expect_pool_error([&] { f.pool.check(); }, "runtime_error", "Incorrect pool count", 133);
+
+    // A chunk given back twice corrupts the list; check reports it and
+    // terminates even where the list now loops.
+    pool_fixture g(8, 4);
+    void* p = g.pool.allocate(8);
+    g.pool.deallocate(p);
+    g.pool.deallocate(p);
+    expect_pool_error([&] { g.pool.check(); }, "runtime_error", "Incorrect pool count", 133);
+}
+
+} // namespace

@@ -1,0 +1,27 @@
+// A replacement of the global operator new and delete for the tests: it
+// records the size of each request and can make requests of one size fail,
+// as an exhausted process would, to drive the heaps' failure paths.
+#ifndef ZEL_TEST_ALLOCATION_HOOK_H
+#define ZEL_TEST_ALLOCATION_HOOK_H
+
+#include <cstddef>
+
+namespace zel_test {
+
+// The size of the last request to the global operator new on this thread.
+std::size_t last_request() noexcept;
+
+// While alive, every request of exactly `bytes` fails: the new-handler, if
+// one is installed, is called as the runtime would, and then the request
+// fails (null for the nothrow forms, std::bad_alloc otherwise).
+class failing_size {
+public:
+    explicit failing_size(std::size_t bytes) noexcept;
+    ~failing_size();
+    failing_size(failing_size const&) = delete;
+    failing_size& operator=(failing_size const&) = delete;
+};
+
+} // namespace zel_test
+
+#endif
