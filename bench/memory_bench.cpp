@@ -13,19 +13,58 @@ namespace {
 
 constexpr unsigned chunk = 32;
 
+// One allocate+deallocate pair per iteration, called through the interface
+// as every owner of storage calls it.
+void pairs(benchmark::State& state, zel::allocator_engine& engine, unsigned bytes) {
+    for (auto _ : state) {
+        void* p = engine.allocate(bytes);
+        benchmark::DoNotOptimize(p);
+        engine.deallocate(p);
+    }
+}
+
 void BM_fs_pool(benchmark::State& state) {
     std::vector<char> block(chunk * 1024);
     zel::fs_pool::pool_data data;
     zel::fs_pool pool(data);
     pool.init_pool(chunk, 1024, block.data());
-    zel::allocator_engine& engine = pool;
-    for (auto _ : state) {
-        void* p = engine.allocate(chunk);
-        benchmark::DoNotOptimize(p);
-        engine.deallocate(p);
-    }
+    pairs(state, pool, chunk);
 }
 BENCHMARK(BM_fs_pool);
+
+// A pool serving a burst: 64 chunks taken, then all given back, as a
+// container's nodes are. Items are allocate+deallocate pairs.
+constexpr int burst = 64;
+
+void BM_fs_pool_burst(benchmark::State& state) {
+    std::vector<char> block(chunk * burst);
+    zel::fs_pool::pool_data data;
+    zel::fs_pool pool(data);
+    pool.init_pool(chunk, burst, block.data());
+    void* held[burst];
+    for (auto _ : state) {
+        for (void*& p : held)
+            p = pool.allocate(chunk);
+        benchmark::DoNotOptimize(held);
+        for (void* p : held)
+            pool.deallocate(p);
+    }
+    state.SetItemsProcessed(state.iterations() * burst);
+}
+BENCHMARK(BM_fs_pool_burst);
+
+void BM_malloc_free_burst(benchmark::State& state) {
+    void* held[burst];
+    for (auto _ : state) {
+        for (void*& p : held)
+            p = std::malloc(chunk);
+        benchmark::DoNotOptimize(held);
+        for (void* p : held)
+            std::free(p);
+    }
+    state.SetItemsProcessed(state.iterations() * burst);
+}
+BENCHMARK(BM_malloc_free_burst);
 
 void BM_malloc_free(benchmark::State& state) {
     for (auto _ : state) {
@@ -47,24 +86,14 @@ BENCHMARK(BM_operator_new_delete);
 
 void BM_std_heap(benchmark::State& state) {
     zel::std_heap heap;
-    zel::allocator_engine& engine = heap;
-    for (auto _ : state) {
-        void* p = engine.allocate(chunk);
-        benchmark::DoNotOptimize(p);
-        engine.deallocate(p);
-    }
+    pairs(state, heap, chunk);
 }
 BENCHMARK(BM_std_heap);
 
+// 31 bytes round to the same 32-byte block operator new is asked for above.
 void BM_vector_heap(benchmark::State& state) {
     zel::vector_heap heap;
-    zel::allocator_engine& engine = heap;
-    for (auto _ : state) {
-        // 31 bytes round to the same 32-byte block operator new is asked for.
-        void* p = engine.allocate(chunk - 1);
-        benchmark::DoNotOptimize(p);
-        engine.deallocate(p);
-    }
+    pairs(state, heap, chunk - 1);
 }
 BENCHMARK(BM_vector_heap);
 
@@ -75,12 +104,7 @@ void no_op_handler() {}
 void BM_vector_heap_with_handler(benchmark::State& state) {
     std::new_handler before = std::set_new_handler(&no_op_handler);
     zel::vector_heap heap;
-    zel::allocator_engine& engine = heap;
-    for (auto _ : state) {
-        void* p = engine.allocate(chunk - 1);
-        benchmark::DoNotOptimize(p);
-        engine.deallocate(p);
-    }
+    pairs(state, heap, chunk - 1);
     std::set_new_handler(before);
 }
 BENCHMARK(BM_vector_heap_with_handler);
