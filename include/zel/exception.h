@@ -139,45 +139,23 @@ ZEL_XEXCEPTION_LEAF(range_error, runtime_error);
 // The classes mirroring the runtime's own. The message lives in the
 // zel::exception base; _Doraise throws a copy of the object under the class
 // that defines it.
-class ZEL_API bad_exception : public exception {
-public:
-    bad_exception(char const* what = "bad exception") noexcept : exception(what) {}
-    bad_exception(bad_exception const&) noexcept = default;
-    ~bad_exception() override;
+#define ZEL_RUNTIME_MIRROR(cls, text)                                                    \
+    class ZEL_API cls : public exception {                                               \
+    public:                                                                              \
+        cls(char const* what = text) noexcept : exception(what) {}                       \
+        cls(cls const&) noexcept = default;                                              \
+        ~cls() override;                                                                 \
+                                                                                         \
+    protected:                                                                           \
+        virtual void _Doraise() const;                                                   \
+    }
 
-protected:
-    virtual void _Doraise() const;
-};
+ZEL_RUNTIME_MIRROR(bad_exception, "bad exception");
+ZEL_RUNTIME_MIRROR(bad_alloc, "bad allocation");
+ZEL_RUNTIME_MIRROR(bad_cast, "bad cast");
+ZEL_RUNTIME_MIRROR(bad_typeid, "bad typeid");
 
-class ZEL_API bad_alloc : public exception {
-public:
-    bad_alloc(char const* what = "bad allocation") noexcept : exception(what) {}
-    bad_alloc(bad_alloc const&) noexcept = default;
-    ~bad_alloc() override;
-
-protected:
-    virtual void _Doraise() const;
-};
-
-class ZEL_API bad_cast : public exception {
-public:
-    bad_cast(char const* what = "bad cast") noexcept : exception(what) {}
-    bad_cast(bad_cast const&) noexcept = default;
-    ~bad_cast() override;
-
-protected:
-    virtual void _Doraise() const;
-};
-
-class ZEL_API bad_typeid : public exception {
-public:
-    bad_typeid(char const* what = "bad typeid") noexcept : exception(what) {}
-    bad_typeid(bad_typeid const&) noexcept = default;
-    ~bad_typeid() override;
-
-protected:
-    virtual void _Doraise() const;
-};
+#undef ZEL_RUNTIME_MIRROR
 
 // Kept behaviour: inherits bad_typeid's _Doraise, so raising it that way
 // throws a bad_typeid copy.
