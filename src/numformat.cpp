@@ -1,0 +1,397 @@
+// Number formatting: the integer and floating formatting engines behind the
+// `insert` forms, and the character-array conversions (ltoa, qtoa, dtoa and
+// their relatives) that run them with sinks writing into a caller's buffer.
+//
+// The integer engine writes its digits itself (two at a time in radix 10,
+// by shifts in the power-of-two radixes); the floating engine hands the
+// value to the C library's snprintf and lays out the text it gets back.
+#include <zel/numconv.h>
+
+#include <cerrno>
+#include <cfloat>
+#include <cstdio>
+#include <cstring>
+
+namespace zel {
+
+namespace {
+
+// ---- Integer engine ------------------------------------------------------
+
+char const lower_alphabet[] = "0123456789abcdefghijklmnopqrstuvwxyz";
+char const upper_alphabet[] = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+struct digit_pairs {
+    char text[200];
+};
+
+constexpr digit_pairs make_digit_pairs() {
+    digit_pairs p{};
+    for (unsigned i = 0; i < 100; ++i) {
+        p.text[2 * i] = static_cast<char>('0' + i / 10);
+        p.text[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+    return p;
+}
+
+constexpr digit_pairs decimal_pairs = make_digit_pairs();
+
+// Writes the decimal digits of v backwards, ending just before `end`, and
+// returns where they start.
+char* write_decimal(std::uint64_t v, char* end) noexcept {
+    // 64-bit division is a library call on 32-bit targets: take the value
+    // down to 32 bits first, then finish in 32-bit arithmetic.
+    while (v > 0xFFFFFFFFu) {
+        unsigned const r = static_cast<unsigned>(v % 100);
+        v /= 100;
+        end -= 2;
+        std::memcpy(end, decimal_pairs.text + 2 * r, 2);
+    }
+    auto w = static_cast<std::uint32_t>(v);
+    while (w >= 100) {
+        unsigned const r = w % 100;
+        w /= 100;
+        end -= 2;
+        std::memcpy(end, decimal_pairs.text + 2 * r, 2);
+    }
+    if (w >= 10) {
+        end -= 2;
+        std::memcpy(end, decimal_pairs.text + 2 * w, 2);
+    } else {
+        *--end = static_cast<char>('0' + w);
+    }
+    return end;
+}
+
+// Writes the digits of v in `radix` backwards, ending just before `end`, at
+// least one digit; returns where they start.
+char* write_digits(std::uint64_t v, unsigned radix, char const* alphabet, char* end) noexcept {
+    if (radix == 10)
+        return write_decimal(v, end);
+    if ((radix & (radix - 1)) == 0) {
+        unsigned const shift = radix == 2 ? 1 : radix == 4 ? 2 : radix == 8 ? 3 : radix == 16 ? 4 : 5;
+        do {
+            *--end = alphabet[v & (radix - 1)];
+            v >>= shift;
+        } while (v != 0);
+        return end;
+    }
+    do {
+        *--end = alphabet[v % radix];
+        v /= radix;
+    } while (v != 0);
+    return end;
+}
+
+unsigned output_radix(long flags) noexcept {
+    if ((flags & ios_flags::dec) || !(flags & ios_flags::radixfield))
+        return 10;
+    if (flags & ios_flags::hex)
+        return 16;
+    if (flags & ios_flags::oct)
+        return 8;
+    return 2;
+}
+
+// The integer engine over the value's 64 bits; `is_signed` lets radix 10
+// write a negative value with "-".
+unsigned format_integer(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                        std::uint64_t bits, bool is_signed, unsigned radix, unsigned width,
+                        long flags) {
+    if (text == nullptr || fill == nullptr || radix == 1 || radix > 36) {
+        errno = EINVAL;
+        return 0;
+    }
+    errno = 0;
+    if (radix == 0)
+        radix = output_radix(flags);
+
+    bool const negative = is_signed && radix == 10 && (bits >> 63) != 0;
+    // The most negative value negates to itself and prints as 2^63.
+    std::uint64_t const magnitude = negative ? 0 - bits : bits;
+
+    // Room for 64 binary digits and a two-character prefix.
+    char buffer[72];
+    char* const end = buffer + sizeof buffer;
+    char const* alphabet = (flags & ios_flags::uppercase) ? upper_alphabet : lower_alphabet;
+    char* const digits = write_digits(magnitude, radix, alphabet, end);
+    auto const digit_count = static_cast<unsigned>(end - digits);
+
+    char const* prefix = "";
+    if (radix == 10) {
+        if (negative)
+            prefix = "-";
+        else if (flags & ios_flags::showpos)
+            prefix = "+";
+    } else if (flags & ios_flags::showbase) {
+        if (radix == 16) {
+            prefix = "0x";
+        } else if (radix == 8 && bits != 0) {
+            prefix = "0";
+            flags &= ~ios_flags::internal;  // so "0" stays on the digits
+        } else if (radix == 2) {
+            prefix = "0b";
+        }
+    }
+    auto const prefix_count = static_cast<unsigned>(std::strlen(prefix));
+    char* const start = digits - prefix_count;
+    std::memcpy(start, prefix, prefix_count);
+
+    unsigned const count = prefix_count + digit_count;
+    unsigned const fill_count = width > count ? width - count : 0;
+    if (!(flags & ios_flags::right) && (flags & (ios_flags::left | ios_flags::internal))) {
+        if ((flags & ios_flags::internal) && !(flags & ios_flags::left)) {
+            if (prefix_count != 0)
+                text(context, start, prefix_count);
+            fill(context, fill_char, fill_count);
+            text(context, digits, digit_count);
+        } else {
+            text(context, start, count);
+            fill(context, fill_char, fill_count);
+        }
+    } else {
+        fill(context, fill_char, fill_count);
+        text(context, start, count);
+    }
+    return count + fill_count;
+}
+
+// ---- Floating engine -----------------------------------------------------
+
+constexpr unsigned max_precision = 53;
+
+// "%f" of the largest long double: every integer digit, sign, point, 53
+// decimals and the null, with room to spare.
+constexpr unsigned floating_text_size = LDBL_MAX_10_EXP + 64;
+
+// The engine for both floating types: a `double` travels as a long double
+// (exactly) and is handed back to snprintf as a double.
+unsigned format_floating(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                         long double value, bool is_long, unsigned width, unsigned precision,
+                         long flags, char decimal_point) {
+    if (text == nullptr || fill == nullptr) {
+        errno = EINVAL;
+        return 0;
+    }
+    errno = 0;
+    if (precision > max_precision)
+        precision = max_precision;
+
+    char format[8];
+    char* f = format;
+    *f++ = '%';
+    if (flags & ios_flags::showpos)
+        *f++ = '+';
+    if (flags & ios_flags::showpoint)
+        *f++ = '#';
+    *f++ = '.';
+    *f++ = '*';
+    if (is_long)
+        *f++ = 'L';
+    char letter = (flags & ios_flags::scientific) ? 'e' : (flags & ios_flags::fixed) ? 'f' : 'g';
+    if (flags & ios_flags::uppercase)
+        letter = static_cast<char>(letter - 'a' + 'A');
+    *f++ = letter;
+    *f = '\0';
+
+    char out[floating_text_size];
+    // The format is built above from a fixed set of pieces, each matching the
+    // arguments given here.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    int const written =
+        is_long ? std::snprintf(out, sizeof out, format, static_cast<int>(precision), value)
+                : std::snprintf(out, sizeof out, format, static_cast<int>(precision),
+                                static_cast<double>(value));
+#pragma GCC diagnostic pop
+    if (written < 0) {
+        errno = EINVAL;
+        return 0;
+    }
+    auto const count = static_cast<unsigned>(written);
+    unsigned const fill_count = width > count ? width - count : 0;
+
+    if (decimal_point != '\0' && decimal_point != '.') {
+        // "%g" may print no point at all; then there is nothing to replace.
+        if (auto* point = static_cast<char*>(std::memchr(out, '.', count)))
+            *point = decimal_point;
+    }
+
+    long const adjust = flags & ios_flags::adjustfield;
+    if ((adjust & ios_flags::internal) && !(adjust & (ios_flags::right | ios_flags::left))) {
+        if (count != 0 && (out[0] == '-' || out[0] == '+')) {
+            text(context, out, 1);
+            fill(context, fill_char, fill_count);
+            text(context, out + 1, count - 1);
+        } else {
+            fill(context, fill_char, fill_count);
+            text(context, out, count);
+        }
+    } else if (adjust & ios_flags::left) {
+        text(context, out, count);
+        fill(context, fill_char, fill_count);
+    } else {
+        fill(context, fill_char, fill_count);
+        text(context, out, count);
+    }
+    return count + fill_count;
+}
+
+// ---- Character-array sinks -----------------------------------------------
+
+template <class C>
+struct buffer_cursor {
+    C* at;
+};
+
+void copy_narrow(void* context, char const* text, unsigned count) {
+    auto& cursor = *static_cast<buffer_cursor<char>*>(context);
+    std::memcpy(cursor.at, text, count);
+    cursor.at += count;
+}
+
+void copy_wide(void* context, char const* text, unsigned count) {
+    auto& cursor = *static_cast<buffer_cursor<unsigned short>*>(context);
+    for (unsigned i = 0; i < count; ++i)
+        *cursor.at++ = static_cast<unsigned char>(text[i]);
+}
+
+// The conversions use no width, so the count is always 0 and the fill
+// character (null here) is never read.
+template <class C>
+void fill_buffer(void* context, void const* fill_char, unsigned count) {
+    auto& cursor = *static_cast<buffer_cursor<C>*>(context);
+    for (unsigned i = 0; i < count; ++i)
+        *cursor.at++ = *static_cast<C const*>(fill_char);
+}
+
+inline text_sink copy_sink(char*) noexcept { return copy_narrow; }
+inline text_sink copy_sink(unsigned short*) noexcept { return copy_wide; }
+
+template <class C>
+C* integer_to_text(std::uint64_t bits, bool is_signed, C* buffer, int radix, bool upper,
+                   bool base) {
+    if (buffer == nullptr)
+        return buffer;
+    if (radix == 0)
+        radix = 10;  // before the flags: base in radix 0 gets the "+" of radix 10
+    long flags = ios_flags::right;
+    if (upper)
+        flags |= ios_flags::uppercase;
+    if (base)
+        flags |= ios_flags::showbase;
+    if (base && radix == 10)
+        flags |= ios_flags::showpos;
+    buffer_cursor<C> cursor{buffer};
+    format_integer(copy_sink(buffer), &cursor, fill_buffer<C>, nullptr, bits, is_signed,
+                   static_cast<unsigned>(radix), 0, flags);
+    *cursor.at = 0;
+    return buffer;
+}
+
+template <class C>
+C* floating_to_text(long double value, bool is_long, C* buffer, int precision, bool upper,
+                    bool point) {
+    if (buffer == nullptr)
+        return buffer;
+    if (precision == 0)
+        precision = 6;
+    long flags = ios_flags::right;
+    if (upper)
+        flags |= ios_flags::uppercase;
+    if (point)
+        flags |= ios_flags::showpoint;
+    buffer_cursor<C> cursor{buffer};
+    format_floating(copy_sink(buffer), &cursor, fill_buffer<C>, nullptr, value, is_long, 0,
+                    static_cast<unsigned>(precision), flags, '.');
+    *cursor.at = 0;
+    return buffer;
+}
+
+// Sign extension of a `long` of either width to the engine's 64 bits.
+inline std::uint64_t extend(long value) noexcept {
+    return static_cast<std::uint64_t>(static_cast<std::int64_t>(value));
+}
+
+} // namespace
+
+unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                std::int64_t value, unsigned radix, unsigned width, long flags) noexcept {
+    return format_integer(text, context, fill, fill_char, static_cast<std::uint64_t>(value), true,
+                          radix, width, flags);
+}
+
+unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                std::uint64_t value, unsigned radix, unsigned width, long flags) noexcept {
+    return format_integer(text, context, fill, fill_char, value, false, radix, width, flags);
+}
+
+unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                double value, unsigned width, unsigned precision, long flags,
+                char decimal_point) noexcept {
+    return format_floating(text, context, fill, fill_char, value, false, width, precision, flags,
+                           decimal_point);
+}
+
+unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                long double value, unsigned width, unsigned precision, long flags,
+                char decimal_point) noexcept {
+    return format_floating(text, context, fill, fill_char, value, true, width, precision, flags,
+                           decimal_point);
+}
+
+char* ltoa(long value, char* buffer, int radix, bool upper, bool base) noexcept {
+    return integer_to_text(extend(value), true, buffer, radix, upper, base);
+}
+
+char* ultoa(unsigned long value, char* buffer, int radix, bool upper, bool base) noexcept {
+    return integer_to_text(std::uint64_t{value}, false, buffer, radix, upper, base);
+}
+
+char* qtoa(std::int64_t value, char* buffer, int radix, bool upper, bool base) noexcept {
+    return integer_to_text(static_cast<std::uint64_t>(value), true, buffer, radix, upper, base);
+}
+
+char* uqtoa(std::uint64_t value, char* buffer, int radix, bool upper, bool base) noexcept {
+    return integer_to_text(value, false, buffer, radix, upper, base);
+}
+
+unsigned short* ltow(long value, unsigned short* buffer, int radix, bool upper,
+                     bool base) noexcept {
+    return integer_to_text(extend(value), true, buffer, radix, upper, base);
+}
+
+unsigned short* ultow(unsigned long value, unsigned short* buffer, int radix, bool upper,
+                      bool base) noexcept {
+    return integer_to_text(std::uint64_t{value}, false, buffer, radix, upper, base);
+}
+
+unsigned short* qtow(std::int64_t value, unsigned short* buffer, int radix, bool upper,
+                     bool base) noexcept {
+    return integer_to_text(static_cast<std::uint64_t>(value), true, buffer, radix, upper, base);
+}
+
+unsigned short* uqtow(std::uint64_t value, unsigned short* buffer, int radix, bool upper,
+                      bool base) noexcept {
+    return integer_to_text(value, false, buffer, radix, upper, base);
+}
+
+char* dtoa(double value, char* buffer, int precision, bool upper, bool point) noexcept {
+    return floating_to_text(value, false, buffer, precision, upper, point);
+}
+
+char* ldtoa(long double value, char* buffer, int precision, bool upper, bool point) noexcept {
+    return floating_to_text(value, true, buffer, precision, upper, point);
+}
+
+unsigned short* dtow(double value, unsigned short* buffer, int precision, bool upper,
+                     bool point) noexcept {
+    return floating_to_text(value, false, buffer, precision, upper, point);
+}
+
+unsigned short* ldtow(long double value, unsigned short* buffer, int precision, bool upper,
+                      bool point) noexcept {
+    return floating_to_text(value, true, buffer, precision, upper, point);
+}
+
+} // namespace zel
