@@ -47,9 +47,9 @@ constexpr unsigned end_of_input = 0xFFFFFFFFu;
 // radix flags (tested as dec, hex, oct, bin) and, when none is set, from the
 // text ("0x" hexadecimal, "0b" binary, "0" octal, else decimal). With radix
 // 2 or 16 a leading "0x", "0X", "0b" or "0B" is skipped (either prefix in
-// either radix). A sign may be followed by white space, and white space
-// before the number is skipped even without `skipws` (the flag is honoured
-// first, and the engine skips again after the place of the sign).
+// either radix). White space is skipped before the sign when `skipws` is
+// set, and after the place of the sign whatever the flags: so without
+// `skipws` "  12" still reads 12 but "  +12" finds no digit.
 //
 // Limits: a signed target in radix 10 takes -2^63 to 2^63-1; every other
 // case reads up to 2^64-1 and a "-" negates in two's complement, so
