@@ -76,7 +76,7 @@ void numbers() {
             zel::qtoa(value, text, radix, false, radix != 36);
             char const* end = nullptr;
             long long back = zel::strtoq(text, &end, radix == 36 ? 36 : 0);
-            std::printf("%-11lld radix %2d: %-70s -> %lld\n", value, radix, text, back);
+            std::printf("%-11lld radix %2d: %s -> %lld\n", value, radix, text, back);
         }
     }
     char text[72];
