@@ -83,14 +83,31 @@ char* write_digits(std::uint64_t v, unsigned radix, char const* alphabet, char* 
     return end;
 }
 
-unsigned output_radix(long flags) noexcept {
-    if ((flags & ios_flags::dec) || !(flags & ios_flags::radixfield))
-        return 10;
-    if (flags & ios_flags::hex)
-        return 16;
-    if (flags & ios_flags::oct)
-        return 8;
-    return 2;
+// Where the fill goes in a field of `text` split into a head and a tail
+// (prefix or sign, then the rest).
+enum class fill_at { front, between, back };
+
+// Writes the field; the fill sink is called even for a count of 0, the
+// text sink never for an empty head.
+void write_field(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                 fill_at where, char const* field, unsigned head, unsigned count,
+                 unsigned fill_count) {
+    switch (where) {
+    case fill_at::front:
+        fill(context, fill_char, fill_count);
+        text(context, field, count);
+        break;
+    case fill_at::between:
+        if (head != 0)
+            text(context, field, head);
+        fill(context, fill_char, fill_count);
+        text(context, field + head, count - head);
+        break;
+    case fill_at::back:
+        text(context, field, count);
+        fill(context, fill_char, fill_count);
+        break;
+    }
 }
 
 // The integer engine over the value's 64 bits; `is_signed` lets radix 10
@@ -103,8 +120,11 @@ unsigned format_integer(text_sink text, void* context, fill_sink fill, void cons
         return 0;
     }
     errno = 0;
-    if (radix == 0)
-        radix = output_radix(flags);
+    if (radix == 0) {
+        radix = ios_flags::radix_of(flags);
+        if (radix == 0)
+            radix = 10;
+    }
 
     bool const negative = is_signed && radix == 10 && (bits >> 63) != 0;
     // The most negative value negates to itself and prints as 2^63.
@@ -139,20 +159,10 @@ unsigned format_integer(text_sink text, void* context, fill_sink fill, void cons
 
     unsigned const count = prefix_count + digit_count;
     unsigned const fill_count = width > count ? width - count : 0;
-    if (!(flags & ios_flags::right) && (flags & (ios_flags::left | ios_flags::internal))) {
-        if ((flags & ios_flags::internal) && !(flags & ios_flags::left)) {
-            if (prefix_count != 0)
-                text(context, start, prefix_count);
-            fill(context, fill_char, fill_count);
-            text(context, digits, digit_count);
-        } else {
-            text(context, start, count);
-            fill(context, fill_char, fill_count);
-        }
-    } else {
-        fill(context, fill_char, fill_count);
-        text(context, start, count);
-    }
+    fill_at where = fill_at::front;
+    if (!(flags & ios_flags::right) && (flags & (ios_flags::left | ios_flags::internal)))
+        where = (flags & ios_flags::left) ? fill_at::back : fill_at::between;
+    write_field(text, context, fill, fill_char, where, start, prefix_count, count, fill_count);
     return count + fill_count;
 }
 
@@ -217,23 +227,16 @@ unsigned format_floating(text_sink text, void* context, fill_sink fill, void con
             *point = decimal_point;
     }
 
-    long const adjust = flags & ios_flags::adjustfield;
-    if ((adjust & ios_flags::internal) && !(adjust & (ios_flags::right | ios_flags::left))) {
-        if (count != 0 && (out[0] == '-' || out[0] == '+')) {
-            text(context, out, 1);
-            fill(context, fill_char, fill_count);
-            text(context, out + 1, count - 1);
-        } else {
-            fill(context, fill_char, fill_count);
-            text(context, out, count);
-        }
-    } else if (adjust & ios_flags::left) {
-        text(context, out, count);
-        fill(context, fill_char, fill_count);
-    } else {
-        fill(context, fill_char, fill_count);
-        text(context, out, count);
+    // Internal puts the fill after a sign, or in front when there is none.
+    fill_at where = fill_at::front;
+    unsigned head = 0;
+    if ((flags & ios_flags::internal) && !(flags & (ios_flags::right | ios_flags::left))) {
+        where = fill_at::between;
+        head = count != 0 && (out[0] == '-' || out[0] == '+') ? 1 : 0;
+    } else if (flags & ios_flags::left) {
+        where = fill_at::back;
     }
+    write_field(text, context, fill, fill_char, where, out, head, count, fill_count);
     return count + fill_count;
 }
 

@@ -83,18 +83,6 @@ struct array_source {
 constexpr std::uint64_t all_bits = ~std::uint64_t{0};
 constexpr std::uint64_t signed_max = all_bits >> 1;
 
-unsigned radix_from_flags(long flags) noexcept {
-    if (flags & ios_flags::dec)
-        return 10;
-    if (flags & ios_flags::hex)
-        return 16;
-    if (flags & ios_flags::oct)
-        return 8;
-    if (flags & ios_flags::bin)
-        return 2;
-    return 0;
-}
-
 // product = value * radix; true when that wrapped.
 inline bool multiply_wraps(std::uint64_t value, unsigned radix, std::uint64_t& product) noexcept {
 #if defined(__GNUC__)
@@ -125,7 +113,7 @@ int scan_integer(Source& src, unsigned radix, long flags, bool is_signed, std::u
         return 0;
     }
     if (radix == 0)
-        radix = radix_from_flags(flags);
+        radix = ios_flags::radix_of(flags);  // may stay 0: the text decides
 
     unsigned c = src.first();
     if (flags & ios_flags::skipws)
@@ -199,6 +187,17 @@ int scan_integer(Source& src, unsigned radix, long flags, bool is_signed, std::u
 
 // ---- Floating engine -----------------------------------------------------
 
+// Consumes a run of "0"; true when there was one.
+template <class Source>
+bool skip_zeros(Source& src, unsigned& c) {
+    if (c != '0')
+        return false;
+    do
+        c = src.next();
+    while (c == '0');
+    return true;
+}
+
 // The normalised copy holds at most: sign, "0", 56 digits, ".", "0",
 // "e", sign, 9 exponent digits, null.
 constexpr unsigned max_integer_digits = 55;
@@ -250,10 +249,7 @@ int scan_floating(Source& src, unsigned decimal_point, long flags, floating_resu
     unsigned mantissa = 0;     // digits written to the copy
     unsigned significant = 0;  // digits after the leading zeros (capped)
     int scale = 0;             // power of ten the converted copy is scaled by
-    if (c == '0') {
-        do
-            c = src.next();
-        while (c == '0');
+    if (skip_zeros(src, c)) {
         copy[n++] = '0';
         ++mantissa;
     }
@@ -298,10 +294,7 @@ int scan_floating(Source& src, unsigned decimal_point, long flags, floating_resu
             c = src.next();
         }
         unsigned exponent = 0;  // exponent digits seen (capped)
-        if (c == '0') {
-            do
-                c = src.next();
-            while (c == '0');
+        if (skip_zeros(src, c)) {
             copy[n++] = '0';
             ++exponent;
         }

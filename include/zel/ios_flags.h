@@ -40,6 +40,13 @@ struct ios_flags {
 
     // The bits that belong to no group.
     static constexpr long independent = 0x0F38;
+
+    // The radix the flags name: 10 for `dec`, else 16 for `hex`, 8 for
+    // `oct`, 2 for `bin` (this order decides when several are set), and 0
+    // when no radix bit is set.
+    static constexpr unsigned radix_of(long flags) noexcept {
+        return (flags & dec) ? 10 : (flags & hex) ? 16 : (flags & oct) ? 8 : (flags & bin) ? 2 : 0;
+    }
 };
 
 } // namespace zel
