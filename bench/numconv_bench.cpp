@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cmath>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
@@ -70,134 +69,119 @@ std::vector<std::string> const& double_texts() {
     return texts;
 }
 
+// Converts the items of `set` in turn, one per iteration.
+template <class T, class Convert>
+void over(benchmark::State& state, std::vector<T> const& set, Convert convert) {
+    std::size_t i = 0;
+    for (auto _ : state)
+        convert(set[i++ & (set_size - 1)]);
+}
+
 // ---- Integer formatting --------------------------------------------------
 
 void BM_qtoa(benchmark::State& state) {
-    auto const& v = integers();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        zel::qtoa(v[i++ & (set_size - 1)], buffer, 10, false, false);
-        benchmark::DoNotOptimize(buffer);
-    }
+    char b[72];
+    over(state, integers(), [&](std::int64_t v) {
+        zel::qtoa(v, b, 10, false, false);
+        benchmark::DoNotOptimize(b);
+    });
 }
 BENCHMARK(BM_qtoa);
 
-void BM_qtoa_hex(benchmark::State& state) {
-    auto const& v = integers();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        zel::qtoa(v[i++ & (set_size - 1)], buffer, 16, false, false);
-        benchmark::DoNotOptimize(buffer);
-    }
-}
-BENCHMARK(BM_qtoa_hex);
-
 void BM_snprintf_lld(benchmark::State& state) {
-    auto const& v = integers();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        std::snprintf(buffer, sizeof buffer, "%" PRId64, v[i++ & (set_size - 1)]);
-        benchmark::DoNotOptimize(buffer);
-    }
+    char b[72];
+    over(state, integers(), [&](std::int64_t v) {
+        std::snprintf(b, sizeof b, "%" PRId64, v);
+        benchmark::DoNotOptimize(b);
+    });
 }
 BENCHMARK(BM_snprintf_lld);
 
-void BM_snprintf_llx(benchmark::State& state) {
-    auto const& v = integers();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        std::snprintf(buffer, sizeof buffer, "%" PRIx64,
-                      static_cast<std::uint64_t>(v[i++ & (set_size - 1)]));
-        benchmark::DoNotOptimize(buffer);
-    }
-}
-BENCHMARK(BM_snprintf_llx);
-
 void BM_to_chars(benchmark::State& state) {
-    auto const& v = integers();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        auto r = std::to_chars(buffer, buffer + sizeof buffer - 1, v[i++ & (set_size - 1)]);
-        *r.ptr = '\0';
-        benchmark::DoNotOptimize(buffer);
-    }
+    char b[72];
+    over(state, integers(), [&](std::int64_t v) {
+        *std::to_chars(b, b + sizeof b - 1, v).ptr = '\0';
+        benchmark::DoNotOptimize(b);
+    });
 }
 BENCHMARK(BM_to_chars);
+
+void BM_qtoa_hex(benchmark::State& state) {
+    char b[72];
+    over(state, integers(), [&](std::int64_t v) {
+        zel::qtoa(v, b, 16, false, false);
+        benchmark::DoNotOptimize(b);
+    });
+}
+BENCHMARK(BM_qtoa_hex);
+
+void BM_snprintf_llx(benchmark::State& state) {
+    char b[72];
+    over(state, integers(), [&](std::int64_t v) {
+        std::snprintf(b, sizeof b, "%" PRIx64, static_cast<std::uint64_t>(v));
+        benchmark::DoNotOptimize(b);
+    });
+}
+BENCHMARK(BM_snprintf_llx);
 
 // ---- Integer parsing -----------------------------------------------------
 
 void BM_strtoq(benchmark::State& state) {
-    auto const& t = integer_texts();
-    std::size_t i = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(zel::strtoq(t[i++ & (set_size - 1)].c_str(), nullptr, 10));
+    over(state, integer_texts(), [](std::string const& t) {
+        benchmark::DoNotOptimize(zel::strtoq(t.c_str(), nullptr, 10));
+    });
 }
 BENCHMARK(BM_strtoq);
 
 void BM_strtoll(benchmark::State& state) {
-    auto const& t = integer_texts();
-    std::size_t i = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(std::strtoll(t[i++ & (set_size - 1)].c_str(), nullptr, 10));
+    over(state, integer_texts(), [](std::string const& t) {
+        benchmark::DoNotOptimize(std::strtoll(t.c_str(), nullptr, 10));
+    });
 }
 BENCHMARK(BM_strtoll);
 
 void BM_from_chars(benchmark::State& state) {
-    auto const& t = integer_texts();
-    std::size_t i = 0;
-    for (auto _ : state) {
-        std::string const& s = t[i++ & (set_size - 1)];
+    over(state, integer_texts(), [](std::string const& t) {
         long long value = 0;
-        std::from_chars(s.data(), s.data() + s.size(), value);
+        std::from_chars(t.data(), t.data() + t.size(), value);
         benchmark::DoNotOptimize(value);
-    }
+    });
 }
 BENCHMARK(BM_from_chars);
 
 // ---- Floating parsing ----------------------------------------------------
 
 void BM_xstrtold(benchmark::State& state) {
-    auto const& t = double_texts();
-    std::size_t i = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(zel::xstrtold(t[i++ & (set_size - 1)].c_str(), nullptr));
+    over(state, double_texts(), [](std::string const& t) {
+        benchmark::DoNotOptimize(zel::xstrtold(t.c_str(), nullptr));
+    });
 }
 BENCHMARK(BM_xstrtold);
 
 void BM_strtold(benchmark::State& state) {
-    auto const& t = double_texts();
-    std::size_t i = 0;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(std::strtold(t[i++ & (set_size - 1)].c_str(), nullptr));
+    over(state, double_texts(), [](std::string const& t) {
+        benchmark::DoNotOptimize(std::strtold(t.c_str(), nullptr));
+    });
 }
 BENCHMARK(BM_strtold);
 
 // ---- Floating formatting -------------------------------------------------
 
 void BM_dtoa(benchmark::State& state) {
-    auto const& v = doubles();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        zel::dtoa(v[i++ & (set_size - 1)], buffer, 0, false, false);
-        benchmark::DoNotOptimize(buffer);
-    }
+    char b[72];
+    over(state, doubles(), [&](double v) {
+        zel::dtoa(v, b, 0, false, false);
+        benchmark::DoNotOptimize(b);
+    });
 }
 BENCHMARK(BM_dtoa);
 
 void BM_snprintf_g(benchmark::State& state) {
-    auto const& v = doubles();
-    char buffer[72];
-    std::size_t i = 0;
-    for (auto _ : state) {
-        std::snprintf(buffer, sizeof buffer, "%.*g", 6, v[i++ & (set_size - 1)]);
-        benchmark::DoNotOptimize(buffer);
-    }
+    char b[72];
+    over(state, doubles(), [&](double v) {
+        std::snprintf(b, sizeof b, "%.*g", 6, v);
+        benchmark::DoNotOptimize(b);
+    });
 }
 BENCHMARK(BM_snprintf_g);
 

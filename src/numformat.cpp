@@ -83,8 +83,8 @@ char* write_digits(std::uint64_t v, unsigned radix, char const* alphabet, char* 
     return end;
 }
 
-// Where the fill goes in a field of `text` split into a head and a tail
-// (prefix or sign, then the rest).
+// Where the fill goes in a field split into a head (prefix or sign) and the
+// rest.
 enum class fill_at { front, between, back };
 
 // Writes the field; the fill sink is called even for a count of 0, the
