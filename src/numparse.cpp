@@ -257,10 +257,13 @@ int scan_floating(Source& src, unsigned decimal_point, long flags, floating_resu
         if (significant < max_integer_digits) {
             copy[n++] = static_cast<char>(c);
             ++mantissa;
-            ++significant;
         } else if (scale < scale_bound) {
             ++scale;  // the digit is dropped and stands for a factor of ten
         }
+        // Past 55 integer digits this reaches the cap and stops the
+        // fraction from being copied to a place the scale would move.
+        if (significant < max_significant)
+            ++significant;
     }
     if (c == decimal_point) {
         copy[n++] = '.';

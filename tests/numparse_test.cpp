@@ -245,7 +245,6 @@ TEST(ParseFloatingText, NormalisedCopyAndScale) {
     std::string sixty(60, '7');
     double expected = std::strtod(sixty.substr(0, 55).c_str(), nullptr) * std::pow(10.0, 5);
     EXPECT_EQ(static_cast<double>(zel::xstrtold(sixty.c_str(), nullptr)), expected);
-
     // A zero integer part: the zeros after the point become a scale.
     volatile double scaled = std::strtod("0.0123", nullptr) * std::pow(10.0, -1);
     EXPECT_EQ(static_cast<double>(zel::xstrtold("0.00123", nullptr)), scaled);
