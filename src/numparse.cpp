@@ -198,12 +198,13 @@ bool skip_zeros(Source& src, unsigned& c) {
     return true;
 }
 
-// The normalised copy holds at most: sign, "0", 56 digits, ".", "0",
-// "e", sign, 9 exponent digits, null.
 constexpr unsigned max_integer_digits = 55;
 constexpr unsigned max_significant = 56;
 constexpr unsigned max_exponent_digits = 8;
 constexpr unsigned copy_size = 80;
+// The normalised copy holds at most: sign, "0", 56 digits, ".", "0", "e",
+// sign, 8 exponent digits, null.
+static_assert(copy_size >= 1 + 1 + max_significant + 1 + 1 + 1 + 1 + max_exponent_digits + 1);
 
 // Digits beyond what a double can show need no exact count: from this
 // scale on, the result is infinity or zero anyway.
