@@ -184,6 +184,11 @@ TEST(FormatFloating, PointAndOrders) {
         << "left wins here, unlike the integer engine";
     EXPECT_EQ(format_float(-1.5L, 7, 6, 0), "***-1.5");
     EXPECT_EQ(format_float(-1.5L, 2, 6, 0), "-1.5");
+
+    collector c;
+    EXPECT_EQ(zel::insert(collector::put, &c, nullptr, &star, 1.0, 5, 6, 0, '.'), 0u);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(c.calls, "");
 }
 
 TEST(FormatFloatingText, CharacterArrayForms) {

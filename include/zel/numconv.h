@@ -104,7 +104,7 @@ ZEL_API int extract(number_getter get, void* get_context, space_predicate is_spa
 // `end`, when not null, receives the first character not consumed; after an
 // overflow that is the first digit that did not fit, and after a bare
 // prefix ("0x") it is past the prefix. Results: the value; 0 with errno 22
-// without digits or for a null text (end then receives `text`); after an
+// without digits or for a null text (whose `end` is null); after an
 // overflow errno 34 and 0 from the signed forms, all bits set from the
 // unsigned ones. Unlike `strtoll`, white space may follow the sign and
 // "0b" introduces binary digits.
@@ -156,7 +156,8 @@ ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void cons
 // "." of the text, if there is one. Order: `internal` with neither `right`
 // nor `left`: a leading sign, fill, the rest; else `left`: text, fill
 // (`left` wins over `right` here, unlike the integer engine); otherwise
-// fill, text. Returns the characters written.
+// fill, text. Returns the characters written; 0 with errno 22 and nothing
+// written for a missing sink.
 ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
                         double value, unsigned width, unsigned precision, long flags,
                         char decimal_point) noexcept;
