@@ -110,32 +110,32 @@ void write_field(text_sink text, void* context, fill_sink fill, void const* fill
     }
 }
 
-// The integer engine over the value's 64 bits; `is_signed` lets radix 10
-// write a negative value with "-".
-unsigned format_integer(text_sink text, void* context, fill_sink fill, void const* fill_char,
-                        std::uint64_t bits, bool is_signed, unsigned radix, unsigned width,
-                        long flags) {
-    if (text == nullptr || fill == nullptr || radix == 1 || radix > 36) {
-        errno = EINVAL;
-        return 0;
-    }
-    errno = 0;
+// An integer's prefix and digits, laid out at the end of `text`.
+struct integer_field {
+    char text[72];  // room for 64 binary digits and a two-character prefix
+    char const* start;
+    unsigned prefix_count;
+    unsigned count;
+    long flags;  // the caller's, less `internal` after an octal "0"
+};
+
+// Lays out the field of the integer engine over the value's 64 bits;
+// `is_signed` lets radix 10 write a negative value with "-". The radix is
+// valid (0, or 2 to 36).
+void lay_out_integer(integer_field& field, std::uint64_t bits, bool is_signed, unsigned radix,
+                     long flags) noexcept {
     if (radix == 0) {
         radix = ios_flags::radix_of(flags);
         if (radix == 0)
             radix = 10;
     }
-
     bool const negative = is_signed && radix == 10 && (bits >> 63) != 0;
     // The most negative value negates to itself and prints as 2^63.
     std::uint64_t const magnitude = negative ? 0 - bits : bits;
 
-    // Room for 64 binary digits and a two-character prefix.
-    char buffer[72];
-    char* const end = buffer + sizeof buffer;
+    char* const end = field.text + sizeof field.text;
     char const* alphabet = (flags & ios_flags::uppercase) ? upper_alphabet : lower_alphabet;
     char* const digits = write_digits(magnitude, radix, alphabet, end);
-    auto const digit_count = static_cast<unsigned>(end - digits);
 
     char const* prefix = "";
     if (radix == 10) {
@@ -157,13 +157,32 @@ unsigned format_integer(text_sink text, void* context, fill_sink fill, void cons
     char* const start = digits - prefix_count;
     std::memcpy(start, prefix, prefix_count);
 
-    unsigned const count = prefix_count + digit_count;
-    unsigned const fill_count = width > count ? width - count : 0;
+    field.start = start;
+    field.prefix_count = prefix_count;
+    field.count = static_cast<unsigned>(end - start);
+    field.flags = flags;
+}
+
+inline bool valid_radix(unsigned radix) noexcept { return radix != 1 && radix <= 36; }
+
+unsigned format_integer(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                        std::uint64_t bits, bool is_signed, unsigned radix, unsigned width,
+                        long flags) {
+    if (text == nullptr || fill == nullptr || !valid_radix(radix)) {
+        errno = EINVAL;
+        return 0;
+    }
+    errno = 0;
+    integer_field field;
+    lay_out_integer(field, bits, is_signed, radix, flags);
+    unsigned const fill_count = width > field.count ? width - field.count : 0;
     fill_at where = fill_at::front;
-    if (!(flags & ios_flags::right) && (flags & (ios_flags::left | ios_flags::internal)))
-        where = (flags & ios_flags::left) ? fill_at::back : fill_at::between;
-    write_field(text, context, fill, fill_char, where, start, prefix_count, count, fill_count);
-    return count + fill_count;
+    if (!(field.flags & ios_flags::right) &&
+        (field.flags & (ios_flags::left | ios_flags::internal)))
+        where = (field.flags & ios_flags::left) ? fill_at::back : fill_at::between;
+    write_field(text, context, fill, fill_char, where, field.start, field.prefix_count,
+                field.count, fill_count);
+    return field.count + fill_count;
 }
 
 // ---- Floating engine -----------------------------------------------------
@@ -271,6 +290,19 @@ void fill_buffer(void* context, void const* fill_char, unsigned count) {
 inline text_sink copy_sink(char*) noexcept { return copy_narrow; }
 inline text_sink copy_sink(unsigned short*) noexcept { return copy_wide; }
 
+// The character-array forms run the engine with width 0, where the field
+// is the whole output: they copy it without going through the sinks.
+inline void copy_field(char* to, char const* from, unsigned count) noexcept {
+    std::memcpy(to, from, count);
+    to[count] = '\0';
+}
+
+inline void copy_field(unsigned short* to, char const* from, unsigned count) noexcept {
+    for (unsigned i = 0; i < count; ++i)
+        to[i] = static_cast<unsigned char>(from[i]);
+    to[count] = 0;
+}
+
 template <class C>
 C* integer_to_text(std::uint64_t bits, bool is_signed, C* buffer, int radix, bool upper,
                    bool base) {
@@ -278,6 +310,12 @@ C* integer_to_text(std::uint64_t bits, bool is_signed, C* buffer, int radix, boo
         return buffer;
     if (radix == 0)
         radix = 10;  // before the flags: base in radix 0 gets the "+" of radix 10
+    if (!valid_radix(static_cast<unsigned>(radix))) {
+        errno = EINVAL;
+        *buffer = 0;
+        return buffer;
+    }
+    errno = 0;
     long flags = ios_flags::right;
     if (upper)
         flags |= ios_flags::uppercase;
@@ -285,10 +323,9 @@ C* integer_to_text(std::uint64_t bits, bool is_signed, C* buffer, int radix, boo
         flags |= ios_flags::showbase;
     if (base && radix == 10)
         flags |= ios_flags::showpos;
-    buffer_cursor<C> cursor{buffer};
-    format_integer(copy_sink(buffer), &cursor, fill_buffer<C>, nullptr, bits, is_signed,
-                   static_cast<unsigned>(radix), 0, flags);
-    *cursor.at = 0;
+    integer_field field;
+    lay_out_integer(field, bits, is_signed, static_cast<unsigned>(radix), flags);
+    copy_field(buffer, field.start, field.count);
     return buffer;
 }
 
