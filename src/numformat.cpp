@@ -1,6 +1,7 @@
 // Number formatting: the integer and floating formatting engines behind the
 // `insert` forms, and the character-array conversions (ltoa, qtoa, dtoa and
-// their relatives) that run them with sinks writing into a caller's buffer.
+// their relatives) that lay out the same text and copy it into a caller's
+// buffer.
 //
 // The integer engine writes its digits itself (two at a time in radix 10,
 // by shifts in the power-of-two radixes); the floating engine hands the
@@ -69,7 +70,9 @@ char* write_digits(std::uint64_t v, unsigned radix, char const* alphabet, char* 
     if (radix == 10)
         return write_decimal(v, end);
     if ((radix & (radix - 1)) == 0) {
-        unsigned const shift = radix == 2 ? 1 : radix == 4 ? 2 : radix == 8 ? 3 : radix == 16 ? 4 : 5;
+        unsigned shift = 1;
+        while ((1u << shift) != radix)
+            ++shift;
         do {
             *--end = alphabet[v & (radix - 1)];
             v >>= shift;
@@ -193,16 +196,12 @@ constexpr unsigned max_precision = 53;
 // decimals and the null, with room to spare.
 constexpr unsigned floating_text_size = LDBL_MAX_10_EXP + 64;
 
-// The engine for both floating types: a `double` travels as a long double
-// (exactly) and is handed back to snprintf as a double.
-unsigned format_floating(text_sink text, void* context, fill_sink fill, void const* fill_char,
-                         long double value, bool is_long, unsigned width, unsigned precision,
-                         long flags, char decimal_point) {
-    if (text == nullptr || fill == nullptr) {
-        errno = EINVAL;
-        return 0;
-    }
-    errno = 0;
+// Formats the value into `out` (`floating_text_size` characters) as the
+// flags say and puts in the decimal point; returns the count, or -1 when
+// the C library refuses. A `double` travels as a long double (exactly) and
+// is handed back to snprintf as a double.
+int print_floating(char* out, long double value, bool is_long, unsigned precision, long flags,
+                   char decimal_point) {
     if (precision > max_precision)
         precision = max_precision;
 
@@ -223,28 +222,37 @@ unsigned format_floating(text_sink text, void* context, fill_sink fill, void con
     *f++ = letter;
     *f = '\0';
 
-    char out[floating_text_size];
     // The format is built above from a fixed set of pieces, each matching the
     // arguments given here.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    int const digits = static_cast<int>(precision);
     int const written =
-        is_long ? std::snprintf(out, sizeof out, format, static_cast<int>(precision), value)
-                : std::snprintf(out, sizeof out, format, static_cast<int>(precision),
-                                static_cast<double>(value));
+        is_long ? std::snprintf(out, floating_text_size, format, digits, value)
+                : std::snprintf(out, floating_text_size, format, digits, static_cast<double>(value));
 #pragma GCC diagnostic pop
+    if (written > 0 && decimal_point != '\0' && decimal_point != '.') {
+        // "%g" may print no point at all; then there is nothing to replace.
+        if (auto* point = static_cast<char*>(std::memchr(out, '.', static_cast<unsigned>(written))))
+            *point = decimal_point;
+    }
+    return written;
+}
+
+unsigned format_floating(text_sink text, void* context, fill_sink fill, void const* fill_char,
+                         long double value, bool is_long, unsigned width, unsigned precision,
+                         long flags, char decimal_point) {
+    char out[floating_text_size];
+    int const written = text == nullptr || fill == nullptr
+                            ? -1
+                            : print_floating(out, value, is_long, precision, flags, decimal_point);
     if (written < 0) {
         errno = EINVAL;
         return 0;
     }
+    errno = 0;
     auto const count = static_cast<unsigned>(written);
     unsigned const fill_count = width > count ? width - count : 0;
-
-    if (decimal_point != '\0' && decimal_point != '.') {
-        // "%g" may print no point at all; then there is nothing to replace.
-        if (auto* point = static_cast<char*>(std::memchr(out, '.', count)))
-            *point = decimal_point;
-    }
 
     // Internal puts the fill after a sign, or in front when there is none.
     fill_at where = fill_at::front;
@@ -259,36 +267,7 @@ unsigned format_floating(text_sink text, void* context, fill_sink fill, void con
     return count + fill_count;
 }
 
-// ---- Character-array sinks -----------------------------------------------
-
-template <class C>
-struct buffer_cursor {
-    C* at;
-};
-
-void copy_narrow(void* context, char const* text, unsigned count) {
-    auto& cursor = *static_cast<buffer_cursor<char>*>(context);
-    std::memcpy(cursor.at, text, count);
-    cursor.at += count;
-}
-
-void copy_wide(void* context, char const* text, unsigned count) {
-    auto& cursor = *static_cast<buffer_cursor<unsigned short>*>(context);
-    for (unsigned i = 0; i < count; ++i)
-        *cursor.at++ = static_cast<unsigned char>(text[i]);
-}
-
-// The conversions use no width, so the count is always 0 and the fill
-// character (null here) is never read.
-template <class C>
-void fill_buffer(void* context, void const* fill_char, unsigned count) {
-    auto& cursor = *static_cast<buffer_cursor<C>*>(context);
-    for (unsigned i = 0; i < count; ++i)
-        *cursor.at++ = *static_cast<C const*>(fill_char);
-}
-
-inline text_sink copy_sink(char*) noexcept { return copy_narrow; }
-inline text_sink copy_sink(unsigned short*) noexcept { return copy_wide; }
+// ---- Character-array conversions ---------------------------------------
 
 // The character-array forms run the engine with width 0, where the field
 // is the whole output: they copy it without going through the sinks.
@@ -341,10 +320,11 @@ C* floating_to_text(long double value, bool is_long, C* buffer, int precision, b
         flags |= ios_flags::uppercase;
     if (point)
         flags |= ios_flags::showpoint;
-    buffer_cursor<C> cursor{buffer};
-    format_floating(copy_sink(buffer), &cursor, fill_buffer<C>, nullptr, value, is_long, 0,
-                    static_cast<unsigned>(precision), flags, '.');
-    *cursor.at = 0;
+    char out[floating_text_size];
+    int const written = print_floating(out, value, is_long, static_cast<unsigned>(precision),
+                                       flags, '.');
+    errno = written < 0 ? EINVAL : 0;
+    copy_field(buffer, out, written < 0 ? 0 : static_cast<unsigned>(written));
     return buffer;
 }
 

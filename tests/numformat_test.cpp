@@ -42,7 +42,8 @@ char const star = '*';
 std::string format_int(std::int64_t v, unsigned radix, unsigned width, long flags,
                    std::string* calls = nullptr) {
     collector c;
-    unsigned const n = zel::insert(collector::put, &c, collector::fill, &star, v, radix, width, flags);
+    unsigned const n =
+        zel::insert(collector::put, &c, collector::fill, &star, v, radix, width, flags);
     EXPECT_EQ(n, c.text.size());
     if (calls)
         *calls = c.calls;
@@ -68,7 +69,8 @@ std::string narrow(unsigned short const* w) {
 TEST(FormatInteger, SignsAndPrefixes) {
     EXPECT_EQ(format_int(-255, 10, 0, 0), "-255");
     EXPECT_EQ(format_int(-255, 16, 0, 0), "ffffffffffffff01") << "no sign outside radix 10";
-    EXPECT_EQ(format_int(std::numeric_limits<std::int64_t>::min(), 10, 0, 0), "-9223372036854775808");
+    EXPECT_EQ(format_int(std::numeric_limits<std::int64_t>::min(), 10, 0, 0),
+              "-9223372036854775808");
     EXPECT_EQ(format_int(255, 10, 0, ios_flags::showpos), "+255");
     EXPECT_EQ(format_int(255, 16, 0, ios_flags::showbase | ios_flags::uppercase), "0xFF");
     EXPECT_EQ(format_int(255, 8, 0, ios_flags::showbase), "0377");
@@ -118,7 +120,9 @@ TEST(FormatInteger, OrdersWithWidthAndFill) {
 TEST(FormatInteger, RefusedArguments) {
     collector c;
     for (unsigned radix : {1u, 37u}) {
-        EXPECT_EQ(zel::insert(collector::put, &c, collector::fill, &star, std::int64_t{1}, radix, 5, 0), 0u);
+        EXPECT_EQ(zel::insert(collector::put, &c, collector::fill, &star, std::int64_t{1}, radix,
+                              5, 0),
+                  0u);
         EXPECT_EQ(errno, EINVAL);
     }
     EXPECT_EQ(zel::insert(nullptr, &c, collector::fill, &star, std::int64_t{1}, 10, 5, 0), 0u);
@@ -160,10 +164,12 @@ TEST(FormatFloating, FormatFromFlags) {
     EXPECT_EQ(format_float(0.5L, 0, 6, 0), "0.5");
     EXPECT_EQ(format_float(0.5L, 0, 6, ios_flags::showpoint), "0.500000");
     EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::fixed | ios_flags::showpos), "+1234.50");
-    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::scientific | ios_flags::uppercase), "1.23E+03");
+    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::scientific | ios_flags::uppercase),
+              "1.23E+03");
     EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::fixed | ios_flags::scientific), "1.23e+03");
     EXPECT_EQ(format_float(1e20L, 0, 3, ios_flags::uppercase), "1E+20");
-    EXPECT_EQ(format_float(0.1L, 0, 1000, ios_flags::fixed).size(), 55u) << "precision capped at 53";
+    EXPECT_EQ(format_float(0.1L, 0, 1000, ios_flags::fixed).size(), 55u)
+        << "precision capped at 53";
 
     // Every digit of the largest long double is written.
     char expected[LDBL_MAX_10_EXP + 64];
@@ -262,7 +268,8 @@ TEST(FormatFloatingDifferential, AgreesWithSnprintf) {
         std::snprintf(c, sizeof c, point ? (upper ? "%#.*G" : "%#.*g") : (upper ? "%.*G" : "%.*g"),
                       precision, value);
         zel::dtoa(value, ours, precision, upper, point);
-        ASSERT_STREQ(ours, c) << "precision " << precision << " upper " << upper << " point " << point;
+        ASSERT_STREQ(ours, c) << "precision " << precision << " upper " << upper
+                              << " point " << point;
     }
 }
 

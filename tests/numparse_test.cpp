@@ -384,7 +384,9 @@ TEST(ParseIntegerDifferential, AgreesWithStrtollAndStrtoull) {
 // Floating texts of at most 55 significant digits whose copy needs no
 // scaling: a zero integer part is followed by a non-zero fraction digit.
 std::string floating_text(std::mt19937_64& gen) {
-    auto digit = [&](bool nonzero) { return static_cast<char>('0' + (nonzero ? 1 + gen() % 9 : gen() % 10)); };
+    auto digit = [&](bool nonzero) {
+        return static_cast<char>('0' + (nonzero ? 1 + gen() % 9 : gen() % 10));
+    };
     std::string s;
     if (gen() % 3 == 0)
         s += gen() % 2 ? '-' : '+';
