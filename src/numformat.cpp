@@ -229,7 +229,8 @@ int print_floating(char* out, long double value, bool is_long, unsigned precisio
     int const digits = static_cast<int>(precision);
     int const written =
         is_long ? std::snprintf(out, floating_text_size, format, digits, value)
-                : std::snprintf(out, floating_text_size, format, digits, static_cast<double>(value));
+                : std::snprintf(out, floating_text_size, format, digits,
+                                static_cast<double>(value));
 #pragma GCC diagnostic pop
     if (written > 0 && decimal_point != '\0' && decimal_point != '.') {
         // "%g" may print no point at all; then there is nothing to replace.
