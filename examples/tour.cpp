@@ -65,6 +65,25 @@ void timing() {
     std::printf("two 30 ms runs measured as %.0f ms\n", watch.msec_elapsed());
 }
 
+void numbers() {
+    section("Numbers in any radix, written and read back");
+    long long const values[] = {255, -255, 1000000007};
+    for (long long value : values) {
+        for (int radix : {2, 8, 10, 16, 36}) {
+            char text[72];
+            // base adds the radix prefix (and "+" in radix 10), so the text
+            // reads back with radix 0, which takes the radix from the prefix.
+            zel::qtoa(value, text, radix, false, radix != 36);
+            char const* end = nullptr;
+            long long back = zel::strtoq(text, &end, radix == 36 ? 36 : 0);
+            std::printf("%-11lld radix %2d: %s -> %lld\n", value, radix, text, back);
+        }
+    }
+    char text[72];
+    std::printf("dtoa(1/3.0, 10 digits): %s; xstrtold(\" -2.5e3\"): %.1Lf\n",
+                zel::dtoa(1 / 3.0, text, 10, false, false), zel::xstrtold(" -2.5e3", nullptr));
+}
+
 } // namespace
 
 int main() {
@@ -73,5 +92,6 @@ int main() {
     heaps();
     pool();
     timing();
+    numbers();
     return 0;
 }

@@ -5,7 +5,9 @@
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
+#include <zel/ios_flags.h>
 #include <zel/memory.h>
+#include <zel/numconv.h>
 #include <zel/stopwatch.h>
 
 #endif

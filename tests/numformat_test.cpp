@@ -1,0 +1,276 @@
+// Number formatting: the integer engine's prefixes and output orders with
+// width and fill, the floating engine's format, point and sign placement,
+// the character-array conversions in both character types, and seeded
+// differential runs against snprintf.
+#include <zel/numconv.h>
+
+#include <cerrno>
+#include <cfloat>
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zel::ios_flags;
+
+// Collects what the engines write; each sink call is recorded too, so the
+// tests see the order and the fill calls of count 0.
+struct collector {
+    std::string text;
+    std::string calls;  // "t" per text call, "f<count>" per fill call
+
+    static void put(void* context, char const* s, unsigned n) {
+        auto& c = *static_cast<collector*>(context);
+        c.text.append(s, n);
+        c.calls += 't';
+    }
+    static void fill(void* context, void const* f, unsigned n) {
+        auto& c = *static_cast<collector*>(context);
+        c.text.append(n, *static_cast<char const*>(f));
+        c.calls += 'f' + std::to_string(n);
+    }
+};
+
+char const star = '*';
+
+std::string format_int(std::int64_t v, unsigned radix, unsigned width, long flags,
+                   std::string* calls = nullptr) {
+    collector c;
+    unsigned const n =
+        zel::insert(collector::put, &c, collector::fill, &star, v, radix, width, flags);
+    EXPECT_EQ(n, c.text.size());
+    if (calls)
+        *calls = c.calls;
+    return c.text;
+}
+
+std::string format_float(long double v, unsigned width, unsigned precision, long flags,
+                   char point = '.') {
+    collector c;
+    unsigned const n =
+        zel::insert(collector::put, &c, collector::fill, &star, v, width, precision, flags, point);
+    EXPECT_EQ(n, c.text.size());
+    return c.text;
+}
+
+std::string narrow(unsigned short const* w) {
+    std::string s;
+    for (; *w; ++w)
+        s += static_cast<char>(*w);
+    return s;
+}
+
+TEST(FormatInteger, SignsAndPrefixes) {
+    EXPECT_EQ(format_int(-255, 10, 0, 0), "-255");
+    EXPECT_EQ(format_int(-255, 16, 0, 0), "ffffffffffffff01") << "no sign outside radix 10";
+    EXPECT_EQ(format_int(std::numeric_limits<std::int64_t>::min(), 10, 0, 0),
+              "-9223372036854775808");
+    EXPECT_EQ(format_int(255, 10, 0, ios_flags::showpos), "+255");
+    EXPECT_EQ(format_int(255, 16, 0, ios_flags::showbase | ios_flags::uppercase), "0xFF");
+    EXPECT_EQ(format_int(255, 8, 0, ios_flags::showbase), "0377");
+    EXPECT_EQ(format_int(0, 8, 0, ios_flags::showbase), "0") << "no octal prefix for 0";
+    EXPECT_EQ(format_int(5, 2, 0, ios_flags::showbase), "0b101");
+    EXPECT_EQ(format_int(35, 36, 0, ios_flags::showbase), "z");
+    EXPECT_EQ(format_int(1295, 36, 0, ios_flags::uppercase), "ZZ");
+    EXPECT_EQ(format_int(-1, 2, 0, 0), std::string(64, '1'));
+
+    collector c;
+    zel::insert(collector::put, &c, collector::fill, &star, std::uint64_t{7}, 10, 0,
+                ios_flags::showpos);
+    EXPECT_EQ(c.text, "+7") << "the unsigned form takes showpos too";
+    c = collector{};
+    zel::insert(collector::put, &c, collector::fill, &star, ~std::uint64_t{0}, 10, 0, 0);
+    EXPECT_EQ(c.text, "18446744073709551615");
+}
+
+TEST(FormatInteger, RadixFromFlags) {
+    EXPECT_EQ(format_int(255, 0, 0, 0), "255");
+    EXPECT_EQ(format_int(255, 0, 0, ios_flags::dec | ios_flags::hex), "255");
+    EXPECT_EQ(format_int(255, 0, 0, ios_flags::hex | ios_flags::oct), "ff");
+    EXPECT_EQ(format_int(255, 0, 0, ios_flags::oct | ios_flags::bin), "377");
+    EXPECT_EQ(format_int(5, 0, 0, ios_flags::bin), "101");
+}
+
+TEST(FormatInteger, OrdersWithWidthAndFill) {
+    long const base_hex = ios_flags::showbase;
+    std::string calls;
+    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::internal, &calls), "0x****ff");
+    EXPECT_EQ(calls, "tf4t");
+    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::left, &calls), "0xff****");
+    EXPECT_EQ(calls, "tf4");
+    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::right), "****0xff");
+    EXPECT_EQ(format_int(255, 16, 8, base_hex), "****0xff") << "no adjustment bit: fill first";
+    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::right | ios_flags::left), "****0xff")
+        << "right wins";
+    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::left | ios_flags::internal), "0xff****")
+        << "left wins over internal";
+    EXPECT_EQ(format_int(-42, 10, 6, ios_flags::internal), "-***42");
+    EXPECT_EQ(format_int(255, 8, 8, ios_flags::showbase | ios_flags::internal), "****0377")
+        << "the octal zero clears internal";
+    EXPECT_EQ(format_int(255, 16, 2, base_hex, &calls), "0xff");
+    EXPECT_EQ(calls, "f0t") << "the fill sink is called with a count of 0";
+}
+
+TEST(FormatInteger, RefusedArguments) {
+    collector c;
+    for (unsigned radix : {1u, 37u}) {
+        EXPECT_EQ(zel::insert(collector::put, &c, collector::fill, &star, std::int64_t{1}, radix,
+                              5, 0),
+                  0u);
+        EXPECT_EQ(errno, EINVAL);
+    }
+    EXPECT_EQ(zel::insert(nullptr, &c, collector::fill, &star, std::int64_t{1}, 10, 5, 0), 0u);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(zel::insert(collector::put, &c, nullptr, &star, std::int64_t{1}, 10, 5, 0), 0u);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(c.calls, "");
+    format_int(1, 10, 0, 0);
+    EXPECT_EQ(errno, 0);
+}
+
+TEST(FormatIntegerText, CharacterArrayForms) {
+    char b[72];
+    EXPECT_STREQ(zel::ltoa(-255, b, 16, false, false), "ffffffffffffff01");
+    EXPECT_STREQ(zel::ltoa(-255, b, 10, false, false), "-255");
+    EXPECT_STREQ(zel::ltoa(255, b, 16, true, true), "0xFF");
+    EXPECT_STREQ(zel::ltoa(255, b, 10, false, true), "+255");
+    EXPECT_STREQ(zel::ltoa(255, b, 0, false, true), "+255") << "radix 0 becomes 10 first";
+    EXPECT_STREQ(zel::ltoa(255, b, 8, false, true), "0377");
+    EXPECT_STREQ(zel::ultoa(std::numeric_limits<unsigned long>::max(), b, 10, false, false),
+                 std::to_string(std::numeric_limits<unsigned long>::max()).c_str());
+    EXPECT_STREQ(zel::qtoa(std::numeric_limits<std::int64_t>::min(), b, 2, false, true),
+                 ("0b1" + std::string(63, '0')).c_str());
+    EXPECT_STREQ(zel::uqtoa(~std::uint64_t{0}, b, 36, true, false), "3W5E11264SGSF");
+    std::strcpy(b, "untouched");
+    EXPECT_STREQ(zel::qtoa(5, b, 37, false, false), "");
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(zel::qtoa(5, nullptr, 10, false, false), nullptr);
+
+    unsigned short w[72];
+    EXPECT_EQ(narrow(zel::ltow(-255, w, 16, true, true)), "0xFFFFFFFFFFFFFF01");
+    EXPECT_EQ(narrow(zel::ultow(255, w, 2, false, false)), "11111111");
+    EXPECT_EQ(narrow(zel::qtow(-7, w, 0, false, true)), "-7");
+    EXPECT_EQ(narrow(zel::uqtow(0, w, 16, false, true)), "0x0");
+    EXPECT_EQ(zel::uqtow(1, nullptr, 10, false, false), nullptr);
+}
+
+TEST(FormatFloating, FormatFromFlags) {
+    EXPECT_EQ(format_float(0.5L, 0, 6, 0), "0.5");
+    EXPECT_EQ(format_float(0.5L, 0, 6, ios_flags::showpoint), "0.500000");
+    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::fixed | ios_flags::showpos), "+1234.50");
+    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::scientific | ios_flags::uppercase),
+              "1.23E+03");
+    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::fixed | ios_flags::scientific), "1.23e+03");
+    EXPECT_EQ(format_float(1e20L, 0, 3, ios_flags::uppercase), "1E+20");
+    EXPECT_EQ(format_float(0.1L, 0, 1000, ios_flags::fixed).size(), 55u)
+        << "precision capped at 53";
+
+    // Every digit of the largest long double is written.
+    char expected[LDBL_MAX_10_EXP + 64];
+    int const n = std::snprintf(expected, sizeof expected, "%.53Lf", LDBL_MAX);
+    EXPECT_EQ(format_float(LDBL_MAX, 0, 53, ios_flags::fixed), std::string(expected, n));
+}
+
+TEST(FormatFloating, PointAndOrders) {
+    EXPECT_EQ(format_float(-1.5L, 0, 6, 0, ','), "-1,5");
+    EXPECT_EQ(format_float(2.0L, 0, 6, 0, ','), "2") << "no point to replace";
+    EXPECT_EQ(format_float(1.5L, 0, 6, 0, '\0'), "1.5");
+    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::internal), "-***1.5");
+    EXPECT_EQ(format_float(1.5L, 7, 6, ios_flags::internal | ios_flags::showpos), "+***1.5");
+    EXPECT_EQ(format_float(1.5L, 7, 6, ios_flags::internal), "****1.5");
+    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::internal | ios_flags::right), "***-1.5");
+    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::left), "-1.5***");
+    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::left | ios_flags::right), "-1.5***")
+        << "left wins here, unlike the integer engine";
+    EXPECT_EQ(format_float(-1.5L, 7, 6, 0), "***-1.5");
+    EXPECT_EQ(format_float(-1.5L, 2, 6, 0), "-1.5");
+
+    collector c;
+    EXPECT_EQ(zel::insert(collector::put, &c, nullptr, &star, 1.0, 5, 6, 0, '.'), 0u);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(c.calls, "");
+}
+
+TEST(FormatFloatingText, CharacterArrayForms) {
+    char b[72];
+    EXPECT_STREQ(zel::dtoa(0.5, b, 0, false, false), "0.5");
+    EXPECT_STREQ(zel::dtoa(0.5, b, 0, false, true), "0.500000");
+    EXPECT_STREQ(zel::dtoa(1e-20, b, 3, true, false), "1E-20");
+    EXPECT_STREQ(zel::dtoa(1.0 / 3, b, -1, false, false),
+                 "0.33333333333333331482961625624739099293947219848632812");
+    EXPECT_STREQ(zel::ldtoa(0.25L, b, 2, false, true), "0.25");
+    EXPECT_EQ(zel::dtoa(1, nullptr, 6, false, false), nullptr);
+
+    unsigned short w[72];
+    EXPECT_EQ(narrow(zel::dtow(-2.5e-7, w, 0, true, false)), "-2.5E-07");
+    EXPECT_EQ(narrow(zel::ldtow(100.0L, w, 0, false, true)), "100.000");
+    EXPECT_EQ(zel::ldtow(1, nullptr, 6, false, false), nullptr);
+}
+
+// ---- Differential runs -----------------------------------------------------
+
+std::uint64_t random_bits(std::mt19937_64& gen) { return gen() >> (gen() % 64); }
+
+TEST(FormatIntegerDifferential, AgreesWithSnprintf) {
+    std::mt19937_64 gen(99173);
+    char ours[72];
+    char c[72];
+    for (int i = 0; i < 6000; ++i) {
+        std::uint64_t const bits = random_bits(gen) | (i % 7 == 0 ? 1ull << 63 : 0);
+        auto const value = static_cast<std::int64_t>(bits);
+        bool const upper = gen() % 2 != 0;
+        bool const base = bits != 0 && gen() % 2 != 0;  // "%#" writes no prefix for 0
+        switch (i % 4) {
+        case 0:
+            std::snprintf(c, sizeof c, base ? "%+" PRId64 : "%" PRId64, value);
+            zel::qtoa(value, ours, 10, upper, base);
+            break;
+        case 1:
+            std::snprintf(c, sizeof c, base ? "+%" PRIu64 : "%" PRIu64, bits);
+            zel::uqtoa(bits, ours, 10, upper, base);
+            break;
+        case 2:
+            std::snprintf(c, sizeof c, base ? "%#" PRIo64 : "%" PRIo64, bits);
+            zel::qtoa(value, ours, 8, upper, base);
+            break;
+        default:
+            if (upper)
+                std::snprintf(c, sizeof c, base ? "0x%" PRIX64 : "%" PRIX64, bits);
+            else
+                std::snprintf(c, sizeof c, base ? "%#" PRIx64 : "%" PRIx64, bits);
+            zel::uqtoa(bits, ours, 16, upper, base);
+        }
+        ASSERT_STREQ(ours, c) << "case " << i;
+    }
+}
+
+TEST(FormatFloatingDifferential, AgreesWithSnprintf) {
+    std::mt19937_64 gen(4413);
+    char ours[72];
+    char c[72];
+    for (int i = 0; i < 4000; ++i) {
+        double value;
+        if (i % 2) {
+            std::uint64_t bits = gen();
+            std::memcpy(&value, &bits, sizeof value);  // any double, NaN and infinity too
+        } else {
+            value = static_cast<double>(gen() % 2000000) / 1000.0 - 1000.0;
+        }
+        int const precision = 1 + static_cast<int>(gen() % 53);
+        bool const upper = gen() % 2 != 0;
+        bool const point = gen() % 2 != 0;
+        std::snprintf(c, sizeof c, point ? (upper ? "%#.*G" : "%#.*g") : (upper ? "%.*G" : "%.*g"),
+                      precision, value);
+        zel::dtoa(value, ours, precision, upper, point);
+        ASSERT_STREQ(ours, c) << "precision " << precision << " upper " << upper
+                              << " point " << point;
+    }
+}
+
+} // namespace

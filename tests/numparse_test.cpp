@@ -1,0 +1,431 @@
+// Number parsing: the digit table, the integer and floating engines through
+// `extract` (stores, end flags, returned radix, the getter protocol), the
+// character-array conversions in both character types, and seeded
+// differential runs against strtoll, strtoull and strtod where the C
+// library defines the same result.
+#include <zel/numconv.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zel::ios_flags;
+
+constexpr std::uint64_t all_bits = ~std::uint64_t{0};
+
+std::vector<unsigned short> widen(char const* s) {
+    std::vector<unsigned short> w;
+    for (; *s; ++s)
+        w.push_back(static_cast<unsigned char>(*s));
+    w.push_back(0);
+    return w;
+}
+
+// A source for the engines' callbacks: the text, then end of input. It
+// records the protocol: the first call must not advance, later ones must.
+struct reader {
+    std::string text;
+    std::size_t at = 0;
+    int calls = 0;
+    bool protocol_kept = true;
+
+    static unsigned get(void* context, bool advance) {
+        auto& r = *static_cast<reader*>(context);
+        if (advance != (r.calls++ != 0))
+            r.protocol_kept = false;
+        if (advance && r.at < r.text.size())
+            ++r.at;
+        return r.at < r.text.size() ? static_cast<unsigned char>(r.text[r.at]) : zel::end_of_input;
+    }
+};
+
+bool blank(void*, unsigned c) { return c == ' ' || c == '\t'; }
+
+template <class T>
+int run_extract(reader& r, unsigned radix_or_point, long flags, T& result, bool* at_end) {
+    return zel::extract(reader::get, &r, blank, nullptr, radix_or_point, flags, result, at_end);
+}
+
+TEST(Digits, TableCoversDigitsAndBothLetterCases) {
+    EXPECT_EQ(zel::todigit('0', 10), 0u);
+    EXPECT_EQ(zel::todigit('9', 10), 9u);
+    EXPECT_EQ(zel::todigit('a', 36), 10u);
+    EXPECT_EQ(zel::todigit('Z', 36), 35u);
+    EXPECT_EQ(zel::todigit('z', 36), 35u);
+    EXPECT_EQ(zel::todigit('a', 10), ~0u);
+    EXPECT_EQ(zel::todigit('/', 36), ~0u);
+    EXPECT_EQ(zel::todigit('{', 37), ~0u);
+    EXPECT_EQ(zel::todigit(0x100 + '1', 10), ~0u) << "no truncation to a byte";
+    EXPECT_TRUE(zel::isdigit('f', 16));
+    EXPECT_FALSE(zel::isdigit('g', 16));
+    EXPECT_FALSE(zel::isdigit('1', 1));
+    EXPECT_FALSE(zel::isdigit(zel::end_of_input, 36));
+}
+
+TEST(ParseIntegerText, SignPrefixAndRadix) {
+    char const* text = "  -0x1F";
+    char const* end = nullptr;
+    for (int radix : {0, 16}) {
+        EXPECT_EQ(zel::strtoq(text, &end, radix), -31) << radix;
+        EXPECT_EQ(errno, 0);
+        EXPECT_EQ(end, text + 7);
+    }
+    // Radix 2 takes "0x" as its prefix too, reads the 1 and stops at F.
+    EXPECT_EQ(zel::strtoq(text, &end, 2), -1);
+    EXPECT_EQ(end, text + 6);
+    EXPECT_EQ(zel::strtoq("0b101", nullptr, 0), 5);
+    EXPECT_EQ(zel::strtoq("0B101", nullptr, 16), 0x101) << "a binary prefix in radix 16";
+    EXPECT_EQ(zel::strtoq("- \t42", nullptr, 10), -42) << "white space after the sign";
+    EXPECT_EQ(zel::strtoq("017", nullptr, 0), 017);
+    EXPECT_EQ(zel::strtoq("zZ", nullptr, 36), 35 * 36 + 35);
+}
+
+TEST(ParseIntegerText, ZeroPrefixCases) {
+    char const* end = nullptr;
+    char const* zero_z = "0z";
+    EXPECT_EQ(zel::strtoq(zero_z, &end, 0), 0);
+    EXPECT_EQ(errno, 0) << "the zero is an octal digit";
+    EXPECT_EQ(end, zero_z + 1);
+    char const* zero_eight = "08";
+    EXPECT_EQ(zel::strtoq(zero_eight, &end, 0), 0);
+    EXPECT_EQ(end, zero_eight + 1);
+    char const* bare = "0x";
+    EXPECT_EQ(zel::strtoq(bare, &end, 16), 0);
+    EXPECT_EQ(errno, EINVAL) << "the letter takes the zero's digit away";
+    EXPECT_EQ(end, bare + 2);
+    EXPECT_EQ(zel::strtoq("0", nullptr, 16), 0);
+    EXPECT_EQ(errno, 0);
+}
+
+TEST(ParseIntegerText, LimitsAndOverflow) {
+    char const* too_big = "9223372036854775808";
+    char const* end = nullptr;
+    EXPECT_EQ(zel::strtoq(too_big, &end, 10), 0) << "the signed form keeps 0";
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(end, too_big + 18) << "the digit that did not fit stays unread";
+    EXPECT_EQ(zel::strtoq("-9223372036854775808", nullptr, 10),
+              std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(zel::strtoq("9223372036854775807", nullptr, 10),
+              std::numeric_limits<std::int64_t>::max());
+
+    // Outside radix 10 the signed form reads all 64 bits and negates them.
+    EXPECT_EQ(zel::strtoq("ffffffffffffffff", nullptr, 16), -1);
+    EXPECT_EQ(zel::strtoq("-ffffffffffffffff", nullptr, 16), 1);
+    EXPECT_EQ(zel::strtoq("1ffffffffffffffff", &end, 16), 0);
+    EXPECT_EQ(errno, ERANGE);
+
+    EXPECT_EQ(zel::strtouq("-1", nullptr, 10), all_bits);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(zel::strtouq("18446744073709551615", nullptr, 10), all_bits);
+    EXPECT_EQ(zel::strtouq("18446744073709551616", &end, 10), all_bits)
+        << "the unsigned form keeps the limit";
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(zel::strtouq("-18446744073709551616", nullptr, 10), all_bits) << "not negated";
+}
+
+TEST(ParseIntegerText, RefusedArgumentsAndNoDigits) {
+    char const* text = "  xyz";
+    char const* end = nullptr;
+    EXPECT_EQ(zel::strtoq(text, &end, 10), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(end, text + 2) << "the skipped white space is consumed";
+    for (int radix : {1, 37, -10}) {
+        end = nullptr;
+        EXPECT_EQ(zel::strtouq("12", &end, radix), 0u) << radix;
+        EXPECT_EQ(errno, EINVAL);
+    }
+    end = text;
+    EXPECT_EQ(zel::strtoq(nullptr, &end, 10), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(end, nullptr);
+    EXPECT_EQ(zel::strtoq("+", nullptr, 10), 0);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(ParseIntegerText, WideCharactersAreNotTruncated) {
+    auto text = widen("  -0x1F");
+    unsigned short const* end = nullptr;
+    EXPECT_EQ(zel::wstrtoq(text.data(), &end, 0), -31);
+    EXPECT_EQ(end, text.data() + 7);
+    EXPECT_EQ(zel::wstrtouq(widen("-1").data(), nullptr, 10), all_bits);
+    // 0x131 and 0x120 have the low bytes of "1" and " ".
+    unsigned short const odd[] = {'1', 0x131, 0};
+    EXPECT_EQ(zel::wstrtoq(odd, &end, 10), 1);
+    EXPECT_EQ(end, odd + 1);
+    unsigned short const spaced[] = {0x120, '1', 0};
+    EXPECT_EQ(zel::wstrtoq(spaced, nullptr, 10), 0);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(ParseIntegerExtract, StoresFollowTheTarget) {
+    reader r{"99999999999999999999"};
+    std::int64_t s = 7;
+    EXPECT_EQ(run_extract(r, 10, 0, s, nullptr), 10);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(s, 7) << "the signed form stores only on success";
+
+    r = reader{"99999999999999999999"};
+    std::uint64_t u = 7;
+    run_extract(r, 10, 0, u, nullptr);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(u, all_bits);
+
+    r = reader{"-x"};
+    u = 7;
+    EXPECT_EQ(run_extract(r, 10, 0, u, nullptr), -10);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(u, 7u) << "no digit, nothing stored";
+}
+
+TEST(ParseIntegerExtract, RadixFromFlagsEndFlagAndProtocol) {
+    struct {
+        long flags;
+        char const* text;
+        int used;
+        std::int64_t value;
+    } const cases[] = {
+        {ios_flags::dec | ios_flags::hex, "10", 10, 10},
+        {ios_flags::hex | ios_flags::oct, "10", 16, 16},
+        {ios_flags::oct | ios_flags::bin, "10", 8, 8},
+        {ios_flags::bin, "10", 2, 2},
+        {0, "-0x10", -16, -16},
+        {0, "  10", 10, 10},  // white space is skipped even without skipws
+    };
+    for (auto const& c : cases) {
+        reader r{c.text};
+        std::int64_t v = 0;
+        bool at_end = false;
+        EXPECT_EQ(run_extract(r, 0, c.flags, v, &at_end), c.used) << c.text;
+        EXPECT_EQ(v, c.value) << c.text;
+        EXPECT_TRUE(at_end) << c.text;
+        EXPECT_TRUE(r.protocol_kept) << c.text;
+    }
+    // ... but without skipws a sign after white space is no digit.
+    reader signed_late{"  +10"};
+    std::int64_t untouched = 3;
+    EXPECT_EQ(run_extract(signed_late, 0, 0, untouched, nullptr), 10);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(untouched, 3);
+
+    reader r{"12;"};
+    std::uint64_t v = 0;
+    bool at_end = true;
+    run_extract(r, 10, 0, v, &at_end);
+    EXPECT_FALSE(at_end);
+    EXPECT_EQ(r.text[r.at], ';');
+}
+
+TEST(ParseIntegerExtract, MissingCallbacksAndBadRadix) {
+    std::int64_t v = 5;
+    bool at_end = true;
+    EXPECT_EQ(zel::extract(nullptr, nullptr, blank, nullptr, 10, 0, v, &at_end), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_FALSE(at_end);
+    reader r{"1"};
+    EXPECT_EQ(zel::extract(reader::get, &r, nullptr, nullptr, 10, 0, v, nullptr), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(run_extract(r, 37, 0, v, nullptr), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(r.calls, 0) << "refused before reading";
+    EXPECT_EQ(v, 5);
+}
+
+TEST(ParseFloatingText, NormalisedCopyAndScale) {
+    std::string sixty(60, '7');
+    double expected = std::strtod(sixty.substr(0, 55).c_str(), nullptr) * std::pow(10.0, 5);
+    EXPECT_EQ(static_cast<double>(zel::xstrtold(sixty.c_str(), nullptr)), expected);
+    // A zero integer part: the zeros after the point become a scale.
+    volatile double scaled = std::strtod("0.0123", nullptr) * std::pow(10.0, -1);
+    EXPECT_EQ(static_cast<double>(zel::xstrtold("0.00123", nullptr)), scaled);
+    EXPECT_EQ(zel::xstrtold("000.5", nullptr), 0.5L);
+    EXPECT_EQ(zel::xstrtold(".5", nullptr), 0.5L);
+    EXPECT_EQ(zel::xstrtold("  -  2.5e1", nullptr), -25.0L) << "white space after the sign";
+    EXPECT_EQ(zel::xstrtold("1e000000000000003", nullptr), 1000.0L) << "exponent zeros dropped";
+    EXPECT_TRUE(std::signbit(zel::xstrtold("-0", nullptr)));
+}
+
+TEST(ParseFloatingText, ErrorsAndEndPointers) {
+    char const* end = nullptr;
+    char const* bare_e = "1e";
+    EXPECT_EQ(zel::xstrtold(bare_e, &end), 0.0L);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(end, bare_e + 2) << "the e is consumed";
+    char const* tail = "1.5e5x";
+    EXPECT_EQ(zel::xstrtold(tail, &end), 150000.0L);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(end, tail + 5);
+    for (char const* none : {"", ".", "-", "abc"}) {
+        EXPECT_EQ(zel::xstrtold(none, nullptr), 0.0L) << none;
+        EXPECT_EQ(errno, EINVAL) << none;
+    }
+    EXPECT_EQ(zel::xstrtold(nullptr, &end), 0.0L);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(zel::xstrtold("1e123456789012", nullptr), HUGE_VALL) << "eight exponent digits";
+    EXPECT_EQ(errno, ERANGE);
+
+    auto wide = widen(" 2.25e-2;");
+    unsigned short const* wend = nullptr;
+    EXPECT_EQ(static_cast<double>(zel::xwstrtold(wide.data(), &wend)), 0.0225);
+    EXPECT_EQ(wend, wide.data() + 8);
+}
+
+TEST(ParseFloatingExtract, PointSkipStoresAndResult) {
+    reader r{"-1,5"};
+    double d = 0;
+    bool at_end = false;
+    EXPECT_EQ(run_extract(r, ',', 0, d, &at_end), -10);
+    EXPECT_EQ(d, -1.5);
+    EXPECT_TRUE(at_end);
+    EXPECT_TRUE(r.protocol_kept);
+
+    r = reader{"1.5"};
+    run_extract(r, ',', 0, d, &at_end);
+    EXPECT_EQ(d, 1.0) << "'.' is not the point here";
+    EXPECT_FALSE(at_end);
+
+    r = reader{" 1"};
+    d = 3;
+    run_extract(r, '.', 0, d, nullptr);
+    EXPECT_EQ(errno, EINVAL) << "without skipws leading white space stops the engine";
+    EXPECT_EQ(d, 3);
+    r = reader{" 1"};
+    EXPECT_EQ(run_extract(r, '.', ios_flags::skipws, d, nullptr), 10);
+    EXPECT_EQ(d, 1);
+
+    // Out of range: the double form stores nothing, the long double form
+    // stores what strtod gave.
+    r = reader{"1e999"};
+    d = 3;
+    run_extract(r, '.', 0, d, nullptr);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(d, 3);
+    r = reader{"1e999"};
+    long double ld = 3;
+    run_extract(r, '.', 0, ld, nullptr);
+    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(ld, HUGE_VALL);
+
+    EXPECT_EQ(zel::extract(reader::get, &r, nullptr, nullptr, '.', 0, d, nullptr), 10);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+// ---- Differential runs -----------------------------------------------------
+
+// Integer texts the C library reads the same way: in range, digits after
+// any prefix, no white space after the sign, no "0b".
+std::string integer_text(std::mt19937_64& gen, int radix, bool is_signed) {
+    std::string s(gen() % 3, ' ');
+    std::uint64_t v = gen() >> (gen() % 64);
+    bool negative = gen() % 2 != 0;
+    if (is_signed && negative && v > (all_bits >> 1))
+        v >>= 1;
+    if (is_signed && !negative)
+        v &= all_bits >> 1;
+    if (negative)
+        s += '-';
+    else if (gen() % 4 == 0)
+        s += '+';
+    char digits[32];
+    switch (radix) {
+    case 8:
+        std::snprintf(digits, sizeof digits, "%s%" PRIo64, gen() % 2 ? "0" : "", v);
+        break;
+    case 16:
+        std::snprintf(digits, sizeof digits, gen() % 2 ? "0x%" PRIx64 : "%" PRIX64, v);
+        break;
+    case 0:
+        std::snprintf(digits, sizeof digits, gen() % 2 ? "0X%" PRIx64 : "%" PRIu64, v);
+        break;
+    default:
+        std::snprintf(digits, sizeof digits, "%" PRIu64, v);
+    }
+    s += digits;
+    s += " z;."[gen() % 4];
+    return s;
+}
+
+TEST(ParseIntegerDifferential, AgreesWithStrtollAndStrtoull) {
+    std::mt19937_64 gen(20240611);
+    for (int i = 0; i < 6000; ++i) {
+        int const radix = std::vector<int>{0, 8, 10, 16}[i % 4];
+        bool const is_signed = i % 8 < 4;
+        std::string text = integer_text(gen, radix, is_signed);
+        char const* ours_end = nullptr;
+        char* c_end = nullptr;
+        errno = 0;
+        if (is_signed) {
+            long long const c = std::strtoll(text.c_str(), &c_end, radix);
+            int const c_errno = errno;
+            std::int64_t const ours = zel::strtoq(text.c_str(), &ours_end, radix);
+            ASSERT_EQ(ours, c) << text << " radix " << radix;
+            ASSERT_EQ(errno, c_errno) << text;
+        } else {
+            unsigned long long const c = std::strtoull(text.c_str(), &c_end, radix);
+            int const c_errno = errno;
+            std::uint64_t const ours = zel::strtouq(text.c_str(), &ours_end, radix);
+            ASSERT_EQ(ours, c) << text << " radix " << radix;
+            ASSERT_EQ(errno, c_errno) << text;
+        }
+        ASSERT_EQ(ours_end, c_end) << text;
+    }
+}
+
+// Floating texts of at most 55 significant digits whose copy needs no
+// scaling: a zero integer part is followed by a non-zero fraction digit.
+std::string floating_text(std::mt19937_64& gen) {
+    auto digit = [&](bool nonzero) {
+        return static_cast<char>('0' + (nonzero ? 1 + gen() % 9 : gen() % 10));
+    };
+    std::string s;
+    if (gen() % 3 == 0)
+        s += gen() % 2 ? '-' : '+';
+    unsigned const budget = 1 + gen() % 55;
+    unsigned const integer = gen() % (budget + 1);
+    if (integer == 0) {
+        s += gen() % 2 ? "0." : ".";
+    } else {
+        s += digit(true);
+        for (unsigned k = 1; k < integer; ++k)
+            s += digit(false);
+        if (integer < budget)
+            s += '.';
+    }
+    for (unsigned k = integer; k < budget; ++k)
+        s += digit(k == integer && integer == 0);
+    if (gen() % 2) {
+        char exp[16];
+        std::snprintf(exp, sizeof exp, "e%+d", static_cast<int>(gen() % 600) - 300);
+        s += exp;
+    }
+    s += " x"[gen() % 2];
+    return s;
+}
+
+TEST(ParseFloatingDifferential, AgreesWithStrtod) {
+    std::mt19937_64 gen(7031);
+    for (int i = 0; i < 5000; ++i) {
+        std::string text = floating_text(gen);
+        char* c_end = nullptr;
+        errno = 0;
+        double const c = std::strtod(text.c_str(), &c_end);
+        int const c_errno = errno;
+        char const* ours_end = nullptr;
+        long double const ours = zel::xstrtold(text.c_str(), &ours_end);
+        ASSERT_EQ(static_cast<double>(ours), c) << text;
+        ASSERT_EQ(errno, c_errno) << text;
+        ASSERT_EQ(ours_end, c_end) << text;
+    }
+}
+
+} // namespace
