@@ -2,10 +2,13 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/char_traits.h>
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
 #include <zel/memory.h>
 #include <zel/stopwatch.h>
+#include <zel/string.h>
+#include <zel/string_engine.h>
 
 #endif
