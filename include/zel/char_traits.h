@@ -132,13 +132,17 @@ struct char_traits {
     static int compare(C const* a, C const* b, unsigned n) noexcept {
         unsigned i = 0;
         if constexpr (narrow) {
-            // Skip equal blocks with memcmp; the signed order is decided
-            // byte by byte only inside the block that differs.
-            constexpr unsigned block = 64;
-            while (n - i >= block && std::memcmp(a + i, b + i, block) == 0)
-                i += block;
-            if (std::memcmp(a + i, b + i, n - i) == 0)
+            // Equal ranges take one memcmp; otherwise the first difference
+            // is found eight bytes at a time and decided as signed bytes.
+            if (n == 0 || std::memcmp(a, b, n) == 0)
                 return 0;
+            for (; n - i >= 8; i += 8) {
+                std::uint64_t x, y;
+                std::memcpy(&x, a + i, 8);
+                std::memcpy(&y, b + i, 8);
+                if (x != y)
+                    break;
+            }
         }
         for (; i < n; ++i)
             if (a[i] != b[i])
