@@ -207,28 +207,16 @@ struct char_traits {
         return nullptr;
     }
     static C const* find_first_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = 0; i < n; ++i)
-            if (find(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<true, true, true>(text, n, set, m);
     }
     static C const* find_last_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = n; i-- > 0;)
-            if (find(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<false, true, true>(text, n, set, m);
     }
     static C const* find_first_not_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = 0; i < n; ++i)
-            if (!find(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<true, false, true>(text, n, set, m);
     }
     static C const* find_last_not_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = n; i-- > 0;)
-            if (!find(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<false, false, true>(text, n, set, m);
     }
 
     // The case-insensitive twins.
@@ -265,28 +253,16 @@ struct char_traits {
         return nullptr;
     }
     static C const* ifind_first_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = 0; i < n; ++i)
-            if (ifind(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<true, true, false>(text, n, set, m);
     }
     static C const* ifind_last_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = n; i-- > 0;)
-            if (ifind(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<false, true, false>(text, n, set, m);
     }
     static C const* ifind_first_not_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = 0; i < n; ++i)
-            if (!ifind(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<true, false, false>(text, n, set, m);
     }
     static C const* ifind_last_not_of(C const* text, unsigned n, C const* set, unsigned m) noexcept {
-        for (unsigned i = n; i-- > 0;)
-            if (!ifind(set, text[i], m))
-                return text + i;
-        return nullptr;
+        return scan<false, false, false>(text, n, set, m);
     }
 
     // --- other ---------------------------------------------------------------------
@@ -299,6 +275,19 @@ struct char_traits {
     static constexpr bool case_sensitive() noexcept { return true; }
 
 private:
+    // The set searches: walk forward or backward and return the first
+    // character that is (Member) or is not in the set, exactly or ignoring
+    // case.
+    template <bool Forward, bool Member, bool Exact>
+    static C const* scan(C const* text, unsigned n, C const* set, unsigned m) noexcept {
+        for (unsigned k = 0; k < n; ++k) {
+            unsigned const i = Forward ? k : n - 1 - k;
+            bool const in = (Exact ? find(set, text[i], m) : ifind(set, text[i], m)) != nullptr;
+            if (in == Member)
+                return text + i;
+        }
+        return nullptr;
+    }
     static constexpr int order(C c) noexcept {
         if constexpr (narrow)
             return static_cast<signed char>(c);

@@ -353,16 +353,18 @@ public:
 #undef ZEL_STRING_SUB_FAMILY
 
     // Substitution by nothing.
-    unsigned remove(string_base const& pat, unsigned flags = sub_all) {
-        return substitute(pat.data(), pat.size(), nullptr, 0, flags, true);
-    }
-    unsigned remove(C const* pat, unsigned flags = sub_all) { return substitute(pat, npos, nullptr, 0, flags, true); }
-    unsigned remove(C c, unsigned flags = sub_all) { return substitute(&c, 1, nullptr, 0, flags, true); }
-    unsigned iremove(string_base const& pat, unsigned flags = sub_all) {
-        return substitute(pat.data(), pat.size(), nullptr, 0, flags, false);
-    }
-    unsigned iremove(C const* pat, unsigned flags = sub_all) { return substitute(pat, npos, nullptr, 0, flags, false); }
-    unsigned iremove(C c, unsigned flags = sub_all) { return substitute(&c, 1, nullptr, 0, flags, false); }
+#define ZEL_STRING_REMOVE_FAMILY(name, exact)                                                  \
+    unsigned name(string_base const& pat, unsigned flags = sub_all) {                          \
+        return substitute(pat.data(), pat.size(), nullptr, 0, flags, exact);                   \
+    }                                                                                          \
+    unsigned name(C const* pat, unsigned flags = sub_all) {                                    \
+        return substitute(pat, npos, nullptr, 0, flags, exact);                                \
+    }                                                                                          \
+    unsigned name(C c, unsigned flags = sub_all) { return substitute(&c, 1, nullptr, 0, flags, exact); }
+
+    ZEL_STRING_REMOVE_FAMILY(remove, true)
+    ZEL_STRING_REMOVE_FAMILY(iremove, false)
+#undef ZEL_STRING_REMOVE_FAMILY
 
     // --- stripping ------------------------------------------------------------------
     // Removes the characters of the set from the chosen ends; a string made
