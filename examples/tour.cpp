@@ -54,6 +54,19 @@ void pool() {
     pool.check();
 }
 
+void strings() {
+    section("Copy-on-write strings");
+    zel::string a("the quick brown fox");
+    zel::string b = a;  // shares a's characters: one atomic increment
+    std::printf("after copy, one buffer: %s\n", a.data() == b.data() ? "yes" : "no");
+    b.at(4) = 'Q';      // the first write gives b its own copy
+    std::printf("a = \"%s\", b = \"%s\"\n", a.c_str(), b.c_str());
+    zel::string c = a + ", " + "jumps";
+    unsigned const n = c.itsub("FOX", "wolf");
+    std::printf("%u substitution: \"%s\"; \"quick\" at %u; trimmed: \"%s\"\n", n, c.c_str(),
+                c.find("quick"), zel::string("  padded  ").trim().c_str());
+}
+
 void timing() {
     section("A stopwatch that pauses");
     zel::stopwatch watch(true);
@@ -91,6 +104,7 @@ int main() {
     exceptions();
     heaps();
     pool();
+    strings();
     timing();
     numbers();
     return 0;

@@ -5,6 +5,8 @@
 
 #include <zel/exception.h>
 
+#include "heap_support.h"
+
 namespace zel {
 
 namespace {
@@ -25,9 +27,9 @@ void* global_new(std::size_t bytes) {
     }
 }
 
-// The global allocation with the process's new-handler removed for the call.
-// On failure the handler is deliberately left removed.
-void* allocate_without_handler(std::size_t bytes) {
+} // namespace
+
+void* detail::allocate_without_handler(std::size_t bytes, detail::on_failure policy) {
     // With no handler installed there is nothing to remove or restore, and
     // skipping the two exchanges keeps the common path close to plain new.
     if (std::get_new_handler() == nullptr) {
@@ -38,10 +40,19 @@ void* allocate_without_handler(std::size_t bytes) {
     }
     std::new_handler previous = std::set_new_handler(nullptr);
     void* p = global_new(bytes);
-    if (!p)
+    if (!p) {
+        if (policy == detail::on_failure::reinstall_handler)
+            std::set_new_handler(previous);
         out_of_memory();
+    }
     std::set_new_handler(previous);
     return p;
+}
+
+namespace {
+
+void* allocate_without_handler(std::size_t bytes) {
+    return detail::allocate_without_handler(bytes, detail::on_failure::leave_handler_removed);
 }
 
 char const std_heap_tag = 0;

@@ -2,6 +2,7 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/char_traits.h>
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
@@ -9,5 +10,7 @@
 #include <zel/memory.h>
 #include <zel/numconv.h>
 #include <zel/stopwatch.h>
+#include <zel/string.h>
+#include <zel/string_engine.h>
 
 #endif
