@@ -2,10 +2,14 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/callback.h>
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
+#include <zel/guards.h>
 #include <zel/memory.h>
+#include <zel/monitor.h>
 #include <zel/stopwatch.h>
+#include <zel/thread.h>
 
 #endif
