@@ -771,7 +771,14 @@ handle begin_thread(void*, unsigned stack_size, thread_routine routine, void* ar
         errno = ENOMEM;
         return nullptr;
     }
+    // The thread starts with the control signal blocked and lets it in once
+    // its handler can find it, so that an early request waits for it.
+    sigset_t control, previous;
+    sigemptyset(&control);
+    sigaddset(&control, control_signal());
+    pthread_sigmask(SIG_BLOCK, &control, &previous);
     int rc = pthread_create(&t->thread, &attr, start_routine, t);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
     pthread_attr_destroy(&attr);
     if (rc != 0) {
         delete t;
