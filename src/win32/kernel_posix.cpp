@@ -103,6 +103,10 @@ struct object {
 struct mutex_object : object {
     mutex_object() noexcept : object(kind::mutex) {}
     pthread_mutex_t lock;
+    // Kept beside the pthread mutex so that a release by a thread that does
+    // not own it is refused before it reaches pthread_mutex_unlock.
+    std::atomic<std::uint32_t> owner{0};
+    unsigned depth = 0;  // the owner's acquisitions
 };
 
 struct semaphore_object : object {
@@ -465,10 +469,15 @@ std::uint32_t wait_mutex(mutex_object* m, std::uint32_t timeout) noexcept {
     }
     switch (rc) {
     case 0:
+        if (m->depth++ == 0)
+            m->owner.store(current_thread_id(), std::memory_order_relaxed);
         return wait_object_0;
     case EOWNERDEAD:
-        // The previous owner ended while holding it; the caller owns it now.
+        // The previous owner ended while holding it; the caller owns it now,
+        // once.
         pthread_mutex_consistent(&m->lock);
+        m->depth = 1;
+        m->owner.store(current_thread_id(), std::memory_order_relaxed);
         return wait_abandoned_0;
     case EBUSY:
     case ETIMEDOUT:
@@ -590,9 +599,15 @@ handle create_mutex() noexcept {
 
 bool release_mutex(handle mutex) noexcept {
     kernel_region region;
-    auto* m = static_cast<object*>(mutex);
-    return m && m->type == kind::mutex &&
-           pthread_mutex_unlock(&static_cast<mutex_object*>(m)->lock) == 0;
+    auto* o = static_cast<object*>(mutex);
+    if (!o || o->type != kind::mutex)
+        return false;
+    auto* m = static_cast<mutex_object*>(o);
+    if (m->owner.load(std::memory_order_relaxed) != current_thread_id())
+        return false;
+    if (--m->depth == 0)
+        m->owner.store(0, std::memory_order_relaxed);
+    return pthread_mutex_unlock(&m->lock) == 0;
 }
 
 handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept {
