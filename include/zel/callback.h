@@ -32,9 +32,10 @@ public:
     // kept as a plain function pointer.
     callback_base(void const* object, void const* callable, unsigned size) noexcept
         : buffer_(), object_(object) {
-        if (object)
-            std::memcpy(buffer_, callable, size < buffer_size ? size : buffer_size);
-        else
+        if (object) {
+            if (callable)
+                std::memcpy(buffer_, callable, size < buffer_size ? size : buffer_size);
+        } else
             std::memcpy(buffer_, &callable, sizeof callable);
     }
 
