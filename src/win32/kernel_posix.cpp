@@ -598,7 +598,6 @@ handle create_mutex() noexcept {
 }
 
 bool release_mutex(handle mutex) noexcept {
-    kernel_region region;
     auto* o = static_cast<object*>(mutex);
     if (!o || o->type != kind::mutex)
         return false;
@@ -667,13 +666,17 @@ bool pulse_event(handle event) noexcept {
 }
 
 std::uint32_t wait_for_single_object(handle object_handle, std::uint32_t timeout) noexcept {
-    kernel_region region;
     auto* o = static_cast<object*>(object_handle);
     if (!o)
         return wait_failed;
+    // A robust mutex needs no region: its protocol survives a thread that
+    // stops or ends anywhere inside it, and the fast path stays short.
+    if (o->type == kind::mutex)
+        return wait_mutex(static_cast<mutex_object*>(o), timeout);
+    kernel_region region;
     switch (o->type) {
     case kind::mutex:
-        return wait_mutex(static_cast<mutex_object*>(o), timeout);
+        break;
     case kind::semaphore:
         return wait_semaphore(static_cast<semaphore_object*>(o), timeout);
     case kind::event: {
