@@ -89,7 +89,9 @@ TEST(Thread, ExitIsARequestThatRunHonours) {
     EXPECT_EQ(t.status(), zel::thread::running);
     ASSERT_TRUE(eventually([&] { return t.count > 0; }));
     t.exit();
-    EXPECT_EQ(t.status(), zel::thread::exit_requested);
+    zel::thread::state s = t.status();
+    EXPECT_TRUE(s == zel::thread::exit_requested || s == zel::thread::done)
+        << "the thread may already have seen the request and ended";
     t.wait();
     EXPECT_EQ(t.status(), zel::thread::done);
 }

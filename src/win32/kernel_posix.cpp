@@ -233,6 +233,13 @@ struct thread_object : object {
     bool done = false;  // under done_lock: the routine has returned or was ended
 };
 
+// The object behind `h` when it is of kind K, else null.
+template <class T, kind K>
+T* as(handle h) noexcept {
+    auto* o = static_cast<object*>(h);
+    return o && o->type == K ? static_cast<T*>(o) : nullptr;
+}
+
 void release_reference(thread_object* t) noexcept {
     if (t->references.fetch_sub(1, std::memory_order_acq_rel) == 1)
         delete t;
@@ -598,10 +605,9 @@ handle create_mutex() noexcept {
 }
 
 bool release_mutex(handle mutex) noexcept {
-    auto* o = static_cast<object*>(mutex);
-    if (!o || o->type != kind::mutex)
+    auto* m = as<mutex_object, kind::mutex>(mutex);
+    if (!m)
         return false;
-    auto* m = static_cast<mutex_object*>(o);
     if (m->owner.load(std::memory_order_relaxed) != current_thread_id())
         return false;
     if (--m->depth == 0)
@@ -618,10 +624,9 @@ handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept {
 
 bool release_semaphore(handle semaphore, std::int32_t count) noexcept {
     kernel_region region;
-    auto* o = static_cast<object*>(semaphore);
-    if (!o || o->type != kind::semaphore || count <= 0)
+    auto* s = as<semaphore_object, kind::semaphore>(semaphore);
+    if (!s || count <= 0)
         return false;
-    auto* s = static_cast<semaphore_object*>(o);
     std::int32_t c = s->count.load(std::memory_order_relaxed);
     do {
         if (count > s->maximum - c)
@@ -645,10 +650,9 @@ handle create_event(bool manual_reset) noexcept {
 
 bool pulse_event(handle event) noexcept {
     kernel_region region;
-    auto* o = static_cast<object*>(event);
-    if (!o || o->type != kind::event)
+    auto* e = as<event_object, kind::event>(event);
+    if (!e)
         return false;
-    auto* e = static_cast<event_object*>(o);
     pthread_mutex_lock(&e->lock);
     for (event_link* link = e->first; link; link = link->next) {
         // A wait already claimed (by another event, or by its time-out) is
@@ -779,7 +783,8 @@ handle begin_thread(void*, unsigned stack_size, thread_routine routine, void* ar
     if (stack_size != 0) {
         // Like _beginthreadex, a small stack is raised to what the system
         // needs rather than refused.
-        std::size_t size = stack_size < PTHREAD_STACK_MIN ? PTHREAD_STACK_MIN : stack_size;
+        auto const least = static_cast<std::size_t>(PTHREAD_STACK_MIN);
+        std::size_t size = stack_size < least ? least : stack_size;
         pthread_attr_setstacksize(&attr, size);
     }
     std::uint32_t id = next_id();
@@ -810,10 +815,9 @@ handle begin_thread(void*, unsigned stack_size, thread_routine routine, void* ar
 
 std::uint32_t suspend_thread(handle thread) noexcept {
     kernel_region region;
-    auto* o = static_cast<object*>(thread);
-    if (!o || o->type != kind::thread)
+    auto* t = as<thread_object, kind::thread>(thread);
+    if (!t)
         return 0xFFFFFFFFu;
-    auto* t = static_cast<thread_object*>(o);
     pthread_mutex_lock(&t->control);
     unsigned previous = t->suspend_count++;
     if (previous == 0) {
@@ -829,10 +833,9 @@ std::uint32_t suspend_thread(handle thread) noexcept {
 
 std::uint32_t resume_thread(handle thread) noexcept {
     kernel_region region;
-    auto* o = static_cast<object*>(thread);
-    if (!o || o->type != kind::thread)
+    auto* t = as<thread_object, kind::thread>(thread);
+    if (!t)
         return 0xFFFFFFFFu;
-    auto* t = static_cast<thread_object*>(o);
     pthread_mutex_lock(&t->control);
     unsigned previous = t->suspend_count;
     if (previous != 0 && --t->suspend_count == 0) {
@@ -847,10 +850,9 @@ std::uint32_t resume_thread(handle thread) noexcept {
 
 bool terminate_thread(handle thread, std::uint32_t) noexcept {
     kernel_region region;
-    auto* o = static_cast<object*>(thread);
-    if (!o || o->type != kind::thread)
+    auto* t = as<thread_object, kind::thread>(thread);
+    if (!t)
         return false;
-    auto* t = static_cast<thread_object*>(o);
     if (t == current_thread) {
         t->deferred.store(terminate_request);  // ends as it leaves
         return true;

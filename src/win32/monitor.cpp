@@ -20,8 +20,44 @@ unsigned remaining(unsigned timeout, stopwatch const& watch) {
     return spent < timeout ? timeout - spent : 0;
 }
 
-bool is_writer(std::atomic<std::uint32_t> const& writer) {
-    return writer.load(relaxed) == kernel::current_thread_id();
+// The writer's bookkeeping, the same in both readers-writers monitors.
+struct writing {
+    std::atomic<std::uint32_t>& writer;
+    std::uint32_t& recursion;
+
+    // True (and one level deeper) when the caller already writes.
+    bool reenter() const {
+        if (writer.load(relaxed) != kernel::current_thread_id())
+            return false;
+        ++recursion;
+        return true;
+    }
+    void begin() const {
+        writer.store(kernel::current_thread_id(), relaxed);
+        recursion = 0;
+    }
+    // True when the caller's last level ends and the locks are to be given
+    // back; false for a level left or a caller that is not the writer.
+    bool end() const {
+        if (writer.load(relaxed) != kernel::current_thread_id())
+            return false;
+        if (recursion != 0) {
+            --recursion;
+            return false;
+        }
+        writer.store(0, relaxed);
+        return true;
+    }
+};
+
+// The last reader out gives the resource back; with no readers, nothing.
+void leave_reading(std::atomic<std::int32_t>& readers, mutex& count_lock, semaphore& resource) {
+    if (readers.load(relaxed) == 0)
+        return;
+    count_lock.acquire();
+    if (readers.fetch_sub(1, relaxed) == 1)
+        resource.release();
+    count_lock.release();
 }
 
 } // namespace
@@ -66,34 +102,19 @@ void monitor_v1::acquire_for_reading() {
     count_lock_.release();
 }
 
-void monitor_v1::release_from_reading() {
-    if (readers_.load(relaxed) == 0)
-        return;
-    count_lock_.acquire();
-    if (readers_.fetch_sub(1, relaxed) == 1)
-        resource_.release();
-    count_lock_.release();
-}
+void monitor_v1::release_from_reading() { leave_reading(readers_, count_lock_, resource_); }
 
 void monitor_v1::acquire_for_writing() {
-    if (is_writer(writer_)) {
-        ++recursion_;
+    writing w{writer_, recursion_};
+    if (w.reenter())
         return;
-    }
     resource_.acquire();
-    writer_.store(kernel::current_thread_id(), relaxed);
-    recursion_ = 0;
+    w.begin();
 }
 
 void monitor_v1::release_from_writing() {
-    if (!is_writer(writer_))
-        return;
-    if (recursion_ != 0) {
-        --recursion_;
-        return;
-    }
-    writer_.store(0, relaxed);
-    resource_.release();
+    if (writing{writer_, recursion_}.end())
+        resource_.release();
 }
 
 bool monitor_v1::try_acquire_for_reading(unsigned timeout) {
@@ -117,14 +138,12 @@ bool monitor_v1::try_acquire_for_writing(unsigned timeout) {
         acquire_for_writing();
         return true;
     }
-    if (is_writer(writer_)) {
-        ++recursion_;
+    writing w{writer_, recursion_};
+    if (w.reenter())
         return true;
-    }
     if (!resource_.try_acquire(timeout))
         return false;
-    writer_.store(kernel::current_thread_id(), relaxed);
-    recursion_ = 0;
+    w.begin();
     return true;
 }
 
@@ -166,35 +185,21 @@ void monitor_v2::acquire_for_reading() {
     gate_.release();
 }
 
-void monitor_v2::release_from_reading() {
-    if (readers_.load(relaxed) == 0)
-        return;
-    count_lock_.acquire();
-    if (readers_.fetch_sub(1, relaxed) == 1)
-        resource_.release();
-    count_lock_.release();
-}
+void monitor_v2::release_from_reading() { leave_reading(readers_, count_lock_, resource_); }
 
 void monitor_v2::acquire_for_writing() {
-    if (is_writer(writer_)) {
-        ++recursion_;
+    writing w{writer_, recursion_};
+    if (w.reenter())
         return;
-    }
     lock();
-    writer_.store(kernel::current_thread_id(), relaxed);
-    recursion_ = 0;
+    w.begin();
 }
 
 void monitor_v2::release_from_writing() {
-    if (!is_writer(writer_))
-        return;
-    if (recursion_ != 0) {
-        --recursion_;
-        return;
+    if (writing{writer_, recursion_}.end()) {
+        resource_.release();
+        gate_.release();
     }
-    writer_.store(0, relaxed);
-    resource_.release();
-    gate_.release();
 }
 
 bool monitor_v2::try_acquire_for_reading(unsigned timeout) {
@@ -223,14 +228,12 @@ bool monitor_v2::try_acquire_for_writing(unsigned timeout) {
         acquire_for_writing();
         return true;
     }
-    if (is_writer(writer_)) {
-        ++recursion_;
+    writing w{writer_, recursion_};
+    if (w.reenter())
         return true;
-    }
     if (!try_lock(timeout))
         return false;
-    writer_.store(kernel::current_thread_id(), relaxed);
-    recursion_ = 0;
+    w.begin();
     return true;
 }
 
