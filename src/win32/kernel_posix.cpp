@@ -747,6 +747,13 @@ std::uint32_t current_thread_id() noexcept {
 
 void sleep(std::uint32_t ms) noexcept {
     if (ms == 0) {
+#if defined(__SANITIZE_THREAD__)
+        // The thread sanitizer runs signal handlers only inside calls it
+        // intercepts, and it does not intercept sched_yield: without this a
+        // thread that only yields would never take a suspension.
+        timespec zero{0, 0};
+        nanosleep(&zero, nullptr);
+#endif
         sched_yield();
         return;
     }
