@@ -97,6 +97,73 @@ void numbers() {
                 zel::dtoa(1 / 3.0, text, 10, false, false), zel::xstrtold(" -2.5e3", nullptr));
 }
 
+// A producer thread fills a small shelf; the main thread takes from it. The
+// monitor keeps the shelf consistent, the condition lets each side wait.
+class producer : public zel::thread {
+public:
+    static constexpr int items = 5;
+
+    int take() {
+        shelf_lock_.acquire();
+        while (count_ == 0)
+            filled_.wait();
+        int item = shelf_[--count_];
+        shelf_lock_.release();
+        return item;
+    }
+
+protected:
+    void run() override {
+        for (int i = 1; i <= items; ++i) {
+            shelf_lock_.acquire();
+            shelf_[count_++] = i * i;
+            filled_.signal();
+            shelf_lock_.release();
+            zel::thread::yield();
+        }
+    }
+
+private:
+    zel::mutex shelf_lock_;
+    zel::condition filled_{shelf_lock_};
+    int shelf_[items] = {};
+    int count_ = 0;
+};
+
+void threads() {
+    section("A producer thread and a consumer");
+    producer p;
+    p.start();
+    int sum = 0;
+    for (int i = 0; i < producer::items; ++i)
+        sum += p.take();
+    p.wait();
+    std::printf("took %d items, their sum is %d\n", producer::items, sum);
+
+    section("A monitor: many readers or one writer");
+    zel::monitor_v2 monitor;  // writers first
+    int value = 0;
+    struct writer : zel::thread {
+        writer(zel::monitor_base& m, int& v) : monitor(m), value(v) {}
+        void run() override {
+            for (int i = 0; i < 1000; ++i) {
+                monitor.acquire_for_writing();
+                ++value;
+                monitor.release_from_writing();
+            }
+        }
+        zel::monitor_base& monitor;
+        int& value;
+    } a(monitor, value), b(monitor, value);
+    a.start();
+    b.start();
+    a.wait();
+    b.wait();
+    monitor.acquire_for_reading();
+    std::printf("two writers counted to %d\n", value);
+    monitor.release_from_reading();
+}
+
 } // namespace
 
 int main() {
@@ -107,5 +174,6 @@ int main() {
     strings();
     timing();
     numbers();
+    threads();
     return 0;
 }

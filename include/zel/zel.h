@@ -2,15 +2,19 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/callback.h>
 #include <zel/char_traits.h>
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
+#include <zel/guards.h>
 #include <zel/ios_flags.h>
 #include <zel/memory.h>
+#include <zel/monitor.h>
 #include <zel/numconv.h>
 #include <zel/stopwatch.h>
 #include <zel/string.h>
 #include <zel/string_engine.h>
+#include <zel/thread.h>
 
 #endif

@@ -1,0 +1,349 @@
+// Guards and primitives: the zero time-out rule, recursion and ownership,
+// abandonment, the semaphore's release arithmetic, the condition's waiter
+// count, the gateway's pulses, copies, creation failures, and counters
+// incremented under every guard by several threads.
+#include <zel/guards.h>
+#include <zel/monitor.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/allocation_hook.h"
+#include "support/concurrency.h"
+
+namespace {
+
+using zel_test::eventually;
+using zel_test::patience_ms;
+
+constexpr char const* guards_file = "src/win32/guards.cpp";
+
+// The answer of g.try_acquire(timeout) on another thread, which releases
+// what it took.
+bool other_thread_takes(zel::guard& g, unsigned timeout = 20) {
+    bool taken = false;
+    std::thread([&] {
+        taken = g.try_acquire(timeout);
+        if (taken)
+            g.release();
+    }).join();
+    return taken;
+}
+
+TEST(Mutex, ZeroTimeoutNeverAttemptsAndOwnerReenters) {
+    zel::mutex m;
+    EXPECT_FALSE(m.try_acquire(0)) << "a zero time-out makes no attempt, even on a free mutex";
+    ASSERT_TRUE(m.try_acquire(1));
+    m.acquire();  // recursive
+    EXPECT_TRUE(m.try_acquire(1));
+    m.release();
+    m.release();
+    EXPECT_FALSE(other_thread_takes(m)) << "still held once";
+    m.release();
+    EXPECT_TRUE(other_thread_takes(m));
+}
+
+TEST(Mutex, ReleaseByAnotherThreadIsIgnored) {
+    zel::mutex m;
+    m.acquire();
+    std::thread([&] { m.release(); }).join();
+    EXPECT_FALSE(other_thread_takes(m));
+    m.release();
+    EXPECT_TRUE(other_thread_takes(m));
+}
+
+TEST(Mutex, AbandonedMutexIsReportedOnlyByTryAcquireAndThenOwned) {
+    ZEL_SKIP_UNDER_TSAN_ABANDONMENT();
+    zel::mutex m;
+    std::thread([&] { m.acquire(); }).join();  // ends holding it
+    zel_test::expect_sync_error([&] { m.try_acquire(patience_ms); }, "abandoned mutex",
+                                guards_file);
+    EXPECT_FALSE(other_thread_takes(m)) << "the caller owns it after the report";
+    m.release();
+    EXPECT_TRUE(other_thread_takes(m));
+
+    std::thread([&] { m.acquire(); }).join();
+    m.acquire();  // no report: simply owned
+    EXPECT_FALSE(other_thread_takes(m));
+    m.release();
+    EXPECT_TRUE(other_thread_takes(m));
+}
+
+TEST(NrMutex, NotRecursiveAndOnlyTheOwnerReleases) {
+    zel::nr_mutex m;
+    EXPECT_FALSE(m.try_acquire(0));
+    m.acquire();
+    EXPECT_FALSE(m.try_acquire(20)) << "the owner's second attempt waits like anyone's";
+    std::thread([&] { m.release(); }).join();
+    EXPECT_FALSE(other_thread_takes(m)) << "a stranger's release is ignored";
+    m.release();
+    EXPECT_TRUE(other_thread_takes(m));
+    EXPECT_TRUE(m.try_acquire(1));
+    m.release();
+}
+
+TEST(Semaphore, CountsDownAndReleaseOfNFollowsItsSteps) {
+    zel::semaphore s(2);
+    auto drain = [&] {
+        int units = 0;
+        while (s.try_acquire(1))
+            ++units;
+        return units;
+    };
+    EXPECT_FALSE(s.try_acquire(0));
+    EXPECT_EQ(drain(), 2);
+    s.release(1);  // one step of 0 units, which fails
+    EXPECT_EQ(drain(), 0);
+    s.release(2);  // 1
+    EXPECT_EQ(drain(), 1);
+    s.release(3);  // 2, then 1 fails at the maximum
+    EXPECT_EQ(drain(), 2);
+    s.release();
+    s.release();
+    s.release();  // past the maximum: ignored
+    EXPECT_EQ(drain(), 2);
+
+    zel::semaphore wide(10);
+    EXPECT_EQ(drain(), 0);
+    while (wide.try_acquire(1)) {
+    }
+    wide.release(4);  // 3 + 2 + 1
+    int units = 0;
+    while (wide.try_acquire(1))
+        ++units;
+    EXPECT_EQ(units, 6);
+    wide.release(6);  // 5 + 4, then 3 would pass the maximum of 10
+    units = 0;
+    while (wide.try_acquire(1))
+        ++units;
+    EXPECT_EQ(units, 9);
+}
+
+TEST(Semaphore, ReleaseWakesASleepingTaker) {
+    zel::semaphore s(1);
+    s.acquire();
+    std::atomic<bool> taken{false};
+    std::thread taker([&] { taken = s.try_acquire(patience_ms); });
+    zel_test::pause_ms(20);
+    EXPECT_FALSE(taken);
+    s.release();
+    taker.join();
+    EXPECT_TRUE(taken);
+}
+
+TEST(Condition, WaitersAreSignalledUnderTheMutex) {
+    zel::mutex m;
+    zel::condition c(m);
+    int items = 0;
+    int taken = 0;
+    std::thread consumer([&] {
+        m.acquire();
+        for (int i = 0; i < 3; ++i) {
+            while (items == 0)
+                if (!c.try_wait(patience_ms))
+                    return;  // the mutex is not held after a time-out
+            --items;
+            ++taken;
+        }
+        m.release();
+    });
+    for (int i = 0; i < 3; ++i) {
+        m.acquire();
+        ++items;
+        c.signal();
+        m.release();
+        zel_test::pause_ms(2);
+    }
+    consumer.join();
+    EXPECT_EQ(taken, 3);
+}
+
+TEST(Condition, TimedOutWaitLeavesMutexReleasedAndCountRaised) {
+    zel::mutex m;
+    zel::condition c(m);
+    m.acquire();
+    long long ms = zel_test::elapsed_ms([&] { EXPECT_FALSE(c.try_wait(10)); });
+    EXPECT_GE(ms, 9);
+    EXPECT_TRUE(other_thread_takes(m)) << "the caller no longer holds the mutex";
+
+    // One real waiter, but the count says two: a broadcast lets two units
+    // through, and the extra one lets a later waiter straight through.
+    std::atomic<bool> counted{false};
+    std::atomic<bool> woken{false};
+    std::thread waiter([&] {
+        m.acquire();
+        counted = true;
+        woken = c.try_wait(patience_ms);
+        m.release();
+    });
+    EXPECT_TRUE(eventually([&] { return counted.load(); }));
+    m.acquire();
+    c.broadcast();
+    m.release();
+    waiter.join();
+    EXPECT_TRUE(woken);
+    m.acquire();
+    long long extra = zel_test::elapsed_ms([&] { EXPECT_TRUE(c.try_wait(patience_ms)); });
+    EXPECT_LT(extra, 1000) << "the extra unit lets this waiter straight through";
+    m.release();
+}
+
+TEST(Gateway, KeepsNoMemoryOfAPulse) {
+    zel::gateway g;
+    g.signal();
+    g.broadcast();
+    EXPECT_FALSE(g.try_wait(30));
+    EXPECT_FALSE(g.try_wait(0));
+}
+
+// Threads that each try_wait(patience) on the gateway, counting those let
+// through.
+struct gateway_waiters {
+    gateway_waiters(zel::gateway& g, int n) {
+        for (int i = 0; i < n; ++i)
+            threads.emplace_back([&] {
+                ++started;
+                if (g.try_wait(patience_ms))
+                    ++through;
+            });
+        EXPECT_TRUE(eventually([&] { return started == n; }));
+        zel_test::pause_ms(50);  // let them reach the wait
+    }
+    ~gateway_waiters() {
+        for (auto& t : threads)
+            t.join();
+    }
+    std::atomic<int> started{0};
+    std::atomic<int> through{0};
+    std::vector<std::thread> threads;
+};
+
+TEST(Gateway, SignalLetsOneWaiterThroughAndBroadcastTheRest) {
+    zel::gateway g;
+    gateway_waiters w(g, 3);
+    g.signal();
+    ASSERT_TRUE(eventually([&] { return w.through == 1; }));
+    zel_test::pause_ms(30);
+    EXPECT_EQ(w.through, 1) << "a signal lets at most one through";
+    g.broadcast();
+    EXPECT_TRUE(eventually([&] { return w.through == 3; }));
+}
+
+TEST(Gateway, BroadcastReachesOnlyTheThreadsAlreadyWaiting) {
+    zel::gateway g;
+    {
+        gateway_waiters w(g, 4);
+        g.broadcast();
+        EXPECT_TRUE(eventually([&] { return w.through == 4; }));
+    }
+    EXPECT_FALSE(g.try_wait(50)) << "a later waiter is not let through";
+}
+
+TEST(NullGuards, DoNothingAndAlwaysSucceed) {
+    zel::null_guard g;
+    zel::null_mutex m;
+    zel::null_semaphore s;
+    zel::null_condition c;
+    zel::null_monitor n;
+    EXPECT_TRUE(g.try_acquire(0));
+    EXPECT_TRUE(m.try_acquire(0));
+    EXPECT_TRUE(s.try_acquire(0));
+    s.release(5);
+    EXPECT_TRUE(c.try_wait(0));
+    c.wait();
+    EXPECT_TRUE(n.try_acquire_for_writing(0));
+    EXPECT_TRUE(n.try_acquire_for_reading(0));
+}
+
+TEST(Copies, AreIndependentAndAssignmentCopiesNothing) {
+    zel::mutex m;
+    m.acquire();
+    zel::mutex copy(m);
+    EXPECT_TRUE(other_thread_takes(copy)) << "a copy is a new, free mutex";
+    copy = m;
+    EXPECT_TRUE(other_thread_takes(copy));
+    m.release();
+
+    zel::semaphore s(3);
+    zel::semaphore one(s);  // one unit unless told otherwise
+    zel::semaphore two(s, 2);
+    EXPECT_TRUE(one.try_acquire(1));
+    EXPECT_FALSE(one.try_acquire(1));
+    EXPECT_TRUE(two.try_acquire(1));
+    EXPECT_TRUE(two.try_acquire(1));
+    EXPECT_FALSE(two.try_acquire(1));
+
+    zel::condition c(m);
+    zel::condition c2(c);  // bound to the same mutex
+    m.acquire();
+    EXPECT_FALSE(c2.try_wait(5));
+    EXPECT_TRUE(other_thread_takes(m)) << "c2 released the shared mutex";
+}
+
+// The size of the one kernel object `make()` allocates.
+template <class Make>
+std::size_t kernel_object_size(Make make) {
+    make();
+    return zel_test::last_request();
+}
+
+TEST(Creation, FailureRaisesHandleCreationFailed) {
+    {
+        zel_test::failing_size fail(kernel_object_size([] { zel::mutex m; }));
+        zel_test::expect_sync_error([] { zel::mutex m; }, "Handle creation failed", guards_file);
+    }
+    {
+        zel_test::failing_size fail(kernel_object_size([] { zel::semaphore s(1); }));
+        zel_test::expect_sync_error([] { zel::semaphore s(1); }, "Handle creation failed",
+                                    guards_file);
+        zel_test::expect_sync_error([] { zel::nr_mutex m; }, "Handle creation failed",
+                                    guards_file);
+        zel_test::expect_sync_error([] { zel::monitor_v1 m; }, "Handle creation failed",
+                                    guards_file);
+    }
+    {
+        zel_test::failing_size fail(kernel_object_size([] { zel::gateway g; }));
+        zel_test::expect_sync_error([] { zel::gateway g; }, "Handle creation failed", guards_file);
+    }
+}
+
+// Several threads add to one counter under the guard; the total is exact.
+void count_under(zel::guard& g) {
+    constexpr int threads = 4;
+    constexpr int rounds = 5000;
+    long counter = 0;
+    std::vector<std::thread> pool;
+    for (int t = 0; t < threads; ++t)
+        pool.emplace_back([&] {
+            for (int i = 0; i < rounds; ++i) {
+                if (!g.try_acquire(patience_ms))
+                    return;
+                long seen = counter;
+                counter = seen + 1;
+                g.release();
+            }
+        });
+    for (auto& t : pool)
+        t.join();
+    EXPECT_EQ(counter, long{threads} * rounds);
+}
+
+TEST(Stress, EveryGuardKeepsACounterExact) {
+    zel::mutex m;
+    zel::nr_mutex nr;
+    zel::semaphore s(1);
+    zel::simple_monitor sm;
+    zel::monitor_v1 v1;
+    zel::monitor_v2 v2;
+    zel::guard* guards[] = {&m, &nr, &s, &sm, &v1, &v2};
+    for (zel::guard* g : guards) {
+        SCOPED_TRACE(typeid(*g).name());
+        count_under(*g);
+    }
+}
+
+} // namespace

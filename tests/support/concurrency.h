@@ -1,0 +1,67 @@
+// Helpers of the concurrency tests: bounded waiting, so that a fault makes
+// a check fail after a few seconds instead of hanging the suite, and the
+// check of a sync_error's report.
+#ifndef ZEL_TEST_CONCURRENCY_H
+#define ZEL_TEST_CONCURRENCY_H
+
+#include <chrono>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include <zel/exception.h>
+
+namespace zel_test {
+
+// The thread sanitizer does not follow a robust mutex to its next owner
+// after its owner ended, and reports that owner's release as a misuse.
+#if defined(__SANITIZE_THREAD__)
+#  define ZEL_SKIP_UNDER_TSAN_ABANDONMENT() GTEST_SKIP() << "abandoned mutexes confuse TSan"
+#else
+#  define ZEL_SKIP_UNDER_TSAN_ABANDONMENT() (void)0
+#endif
+
+// The longest any test waits for something that should happen promptly.
+constexpr unsigned patience_ms = 5000;
+
+inline void pause_ms(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+
+// Polls `done` until it holds or `limit_ms` pass; its last answer.
+template <class Predicate>
+bool eventually(Predicate done, unsigned limit_ms = patience_ms) {
+    auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= until)
+            return done();
+        pause_ms(1);
+    }
+    return true;
+}
+
+// Milliseconds taken by `f()`.
+template <class F>
+long long elapsed_ms(F f) {
+    auto start = std::chrono::steady_clock::now();
+    f();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+// `f()` raises a sync_error with `text`, thrown from `file`.
+template <class F>
+void expect_sync_error(F f, char const* text, char const* file) {
+    try {
+        f();
+        ADD_FAILURE() << "expected sync_error \"" << text << "\"";
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "sync_error");
+        EXPECT_STREQ(e.what(), text);
+        EXPECT_STREQ(e.file(), file);
+        EXPECT_GT(e.line(), 0);
+    }
+}
+
+} // namespace zel_test
+
+#endif
