@@ -11,8 +11,8 @@ global_lock_type& global_lock() noexcept {
     return lock;
 }
 
-void lock_global() noexcept { global_lock().lock(); }
+void lock_global() noexcept { global_lock().acquire(); }
 
-void unlock_global() noexcept { global_lock().unlock(); }
+void unlock_global() noexcept { global_lock().release(); }
 
 } // namespace zel::detail

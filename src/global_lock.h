@@ -1,17 +1,14 @@
-// Internal to the library: the process-wide lock. It serialises the one-time
-// build of the string initializers.
-//
-// This is the one place to switch to zel::mutex when the synchronisation
-// classes land; until then the lock is a std::recursive_mutex (recursive,
-// as the library's mutex is).
+// Internal to the library: the process-wide lock, one of the library's own
+// recursive mutexes. It serialises the one-time build of the string
+// initializers.
 #ifndef ZEL_SRC_GLOBAL_LOCK_H
 #define ZEL_SRC_GLOBAL_LOCK_H
 
-#include <mutex>
+#include <zel/guards.h>
 
 namespace zel::detail {
 
-using global_lock_type = std::recursive_mutex;
+using global_lock_type = zel::mutex;
 
 // The lock object, built on first use.
 global_lock_type& global_lock() noexcept;
