@@ -4,6 +4,7 @@
 
 #include <zel/comparator.h>
 #include <zel/config.h>
+#include <zel/deque.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
 #include <zel/memory.h>
