@@ -340,7 +340,7 @@ public:
     // slots on that side, n = 1) and otherwise leave the work to it.
     void push_back(T const& value) {
         if (map_ && capacity_ - unsigned(data_ - map_) - size_ > 2) {
-            data_[size_] = new_element(&value);
+            data_[size_] = make_element(value);
             data_[++size_] = nullptr;
         } else {
             deque_engine::push_back(&value, 1);
@@ -348,7 +348,7 @@ public:
     }
     void push_front(T const& value) {
         if (map_ && unsigned(data_ - map_) > 2) {
-            data_[-1] = new_element(&value);
+            data_[-1] = make_element(value);
             --data_;
             ++size_;
             data_[-1] = nullptr;
@@ -421,15 +421,7 @@ protected:
     void** allocate_map(unsigned n) override {
         return static_cast<void**>(map_heap_.allocate(sizeof(void*), n, 0, nullptr));
     }
-    void* new_element(void const* value) override {
-        void* p = pool_.allocate();
-        try {
-            return ::new (p) T(*static_cast<T const*>(value));
-        } catch (...) {
-            pool_.deallocate(p);
-            throw;
-        }
-    }
+    void* new_element(void const* value) override { return make_element(*static_cast<T const*>(value)); }
     void deallocate_map(void* map) override { map_heap_.deallocate(map); }
     void delete_element(void* element) override {
         static_cast<T*>(element)->~T();
@@ -441,6 +433,20 @@ protected:
     }
 
 private:
+    // new_element without the virtual call, for the inline fast paths.
+    T* make_element(T const& value) {
+        void* p = pool_.allocate();
+        if constexpr (std::is_nothrow_copy_constructible_v<T>) {
+            return ::new (p) T(value);
+        } else {
+            try {
+                return ::new (p) T(value);
+            } catch (...) {
+                pool_.deallocate(p);
+                throw;
+            }
+        }
+    }
     void push_back_n(unsigned n, T const& value) {
         if (n != 0)
             deque_engine::push_back(&value, n);
