@@ -23,6 +23,7 @@
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/memory.h>
+#include <zel/sequence.h>
 
 namespace zel {
 
@@ -195,57 +196,13 @@ private:
     std_heap heap_;
 };
 
-// A random-access iterator over the map's slots that remembers its deque.
-template <class T, class Owner>
-class slot_iterator {
-public:
-    using iterator_category = std::random_access_iterator_tag;
-    using value_type = std::remove_const_t<T>;
-    using difference_type = std::ptrdiff_t;
-    using pointer = T*;
-    using reference = T&;
-
-    slot_iterator() noexcept = default;
-    slot_iterator(Owner const* owner, void* const* slot) noexcept : owner_(owner), slot_(slot) {}
-    template <class U, class = std::enable_if_t<std::is_same_v<U const, T> && !std::is_same_v<U, T>>>
-    slot_iterator(slot_iterator<U, Owner> const& other) noexcept
-        : owner_(other.owner()), slot_(other.slot()) {}
-
-    T& operator*() const noexcept { return *static_cast<T*>(*slot_); }
-    T* operator->() const noexcept { return static_cast<T*>(*slot_); }
-    T& operator[](difference_type n) const noexcept { return *static_cast<T*>(slot_[n]); }
-    slot_iterator& operator++() noexcept { ++slot_; return *this; }
-    slot_iterator operator++(int) noexcept { auto t = *this; ++slot_; return t; }
-    slot_iterator& operator--() noexcept { --slot_; return *this; }
-    slot_iterator operator--(int) noexcept { auto t = *this; --slot_; return t; }
-    slot_iterator& operator+=(difference_type n) noexcept { slot_ += n; return *this; }
-    slot_iterator& operator-=(difference_type n) noexcept { slot_ -= n; return *this; }
-    friend slot_iterator operator+(slot_iterator i, difference_type n) noexcept { return i += n; }
-    friend slot_iterator operator+(difference_type n, slot_iterator i) noexcept { return i += n; }
-    friend slot_iterator operator-(slot_iterator i, difference_type n) noexcept { return i -= n; }
-    friend difference_type operator-(slot_iterator a, slot_iterator b) noexcept { return a.slot_ - b.slot_; }
-    friend bool operator==(slot_iterator a, slot_iterator b) noexcept { return a.slot_ == b.slot_; }
-    friend bool operator!=(slot_iterator a, slot_iterator b) noexcept { return a.slot_ != b.slot_; }
-    friend bool operator<(slot_iterator a, slot_iterator b) noexcept { return a.slot_ < b.slot_; }
-    friend bool operator>(slot_iterator a, slot_iterator b) noexcept { return a.slot_ > b.slot_; }
-    friend bool operator<=(slot_iterator a, slot_iterator b) noexcept { return a.slot_ <= b.slot_; }
-    friend bool operator>=(slot_iterator a, slot_iterator b) noexcept { return a.slot_ >= b.slot_; }
-
-    Owner const* owner() const noexcept { return owner_; }
-    void* const* slot() const noexcept { return slot_; }
-
-private:
-    Owner const* owner_ = nullptr;
-    void* const* slot_ = nullptr;
-};
-
 // The typed double-ended queue. Elements live in the deque's own pool and
 // never move; iterators are invalidated by every insertion and erasure
 // (the map moves), references only by erasing their element. An iterator
 // of another deque passed to insert or erase raises container_error
 // "mis-matched iterator(s)". A throwing copy leaves the deque as it was.
 template <class T>
-class deque : protected deque_engine {
+class deque : protected deque_engine, public sequence_relations<deque<T>> {
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                   "pool blocks are aligned for new's default alignment");
 
@@ -255,8 +212,8 @@ public:
     using difference_type = std::ptrdiff_t;
     using reference = T&;
     using const_reference = T const&;
-    using iterator = slot_iterator<T, deque_engine>;
-    using const_iterator = slot_iterator<T const, deque_engine>;
+    using iterator = engine_iterator<T, deque_engine, true>;
+    using const_iterator = engine_iterator<T const, deque_engine, true>;
     using reverse_iterator = std::reverse_iterator<iterator>;
     using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
@@ -405,18 +362,6 @@ public:
     }
     void sort() { sort(less<T>()); }
 
-    friend bool operator==(deque const& a, deque const& b) {
-        return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin());
-    }
-    friend bool operator!=(deque const& a, deque const& b) { return !(a == b); }
-    friend bool operator<(deque const& a, deque const& b) {
-        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
-    }
-    friend bool operator>(deque const& a, deque const& b) { return b < a; }
-    friend bool operator<=(deque const& a, deque const& b) { return !(b < a); }
-    friend bool operator>=(deque const& a, deque const& b) { return !(a < b); }
-    friend void swap(deque& a, deque& b) noexcept { a.swap(b); }
-
 protected:
     void** allocate_map(unsigned n) override {
         return static_cast<void**>(map_heap_.allocate(sizeof(void*), n, 0, nullptr));
@@ -454,7 +399,7 @@ private:
     unsigned checked_index(const_iterator pos) const {
         if (pos.owner() != this)
             mismatched_iterator();
-        return static_cast<unsigned>(pos.slot() - data_);
+        return static_cast<unsigned>(pos.get() - data_);
     }
 
     element_pool pool_;

@@ -25,6 +25,7 @@
 #include <zel/config.h>
 #include <zel/exception.h>
 #include <zel/memory.h>
+#include <zel/sequence.h>
 
 namespace zel {
 
@@ -159,52 +160,6 @@ private:
 static_assert(sizeof(vector_engine) == 2 * sizeof(void*) + 2 * sizeof(std::uint32_t),
               "vector_engine is a vtable pointer, data, size and capacity");
 
-// A random-access iterator that remembers its container, so the container
-// can reject an iterator of another one.
-template <class T, class Owner>
-class contiguous_iterator {
-public:
-    using iterator_category = std::random_access_iterator_tag;
-    using value_type = std::remove_const_t<T>;
-    using difference_type = std::ptrdiff_t;
-    using pointer = T*;
-    using reference = T&;
-
-    contiguous_iterator() noexcept = default;
-    contiguous_iterator(Owner const* owner, T* p) noexcept : owner_(owner), p_(p) {}
-    // iterator -> const_iterator
-    template <class U, class = std::enable_if_t<std::is_same_v<U const, T> && !std::is_same_v<U, T>>>
-    contiguous_iterator(contiguous_iterator<U, Owner> const& other) noexcept
-        : owner_(other.owner()), p_(other.get()) {}
-
-    T& operator*() const noexcept { return *p_; }
-    T* operator->() const noexcept { return p_; }
-    T& operator[](difference_type n) const noexcept { return p_[n]; }
-    contiguous_iterator& operator++() noexcept { ++p_; return *this; }
-    contiguous_iterator operator++(int) noexcept { auto t = *this; ++p_; return t; }
-    contiguous_iterator& operator--() noexcept { --p_; return *this; }
-    contiguous_iterator operator--(int) noexcept { auto t = *this; --p_; return t; }
-    contiguous_iterator& operator+=(difference_type n) noexcept { p_ += n; return *this; }
-    contiguous_iterator& operator-=(difference_type n) noexcept { p_ -= n; return *this; }
-    friend contiguous_iterator operator+(contiguous_iterator i, difference_type n) noexcept { return i += n; }
-    friend contiguous_iterator operator+(difference_type n, contiguous_iterator i) noexcept { return i += n; }
-    friend contiguous_iterator operator-(contiguous_iterator i, difference_type n) noexcept { return i -= n; }
-    friend difference_type operator-(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ - b.p_; }
-    friend bool operator==(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ == b.p_; }
-    friend bool operator!=(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ != b.p_; }
-    friend bool operator<(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ < b.p_; }
-    friend bool operator>(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ > b.p_; }
-    friend bool operator<=(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ <= b.p_; }
-    friend bool operator>=(contiguous_iterator a, contiguous_iterator b) noexcept { return a.p_ >= b.p_; }
-
-    Owner const* owner() const noexcept { return owner_; }
-    T* get() const noexcept { return p_; }
-
-private:
-    Owner const* owner_ = nullptr;
-    T* p_ = nullptr;
-};
-
 // The typed dynamic array over a heap (vector_heap by default: blocks grow
 // to the next power of two and shrink when less than half used).
 //
@@ -216,7 +171,7 @@ private:
 // of another vector passed to insert or erase raises container_error
 // "mis-matched iterator(s)".
 template <class T, class Heap = vector_heap>
-class vector : protected vector_engine {
+class vector : protected vector_engine, public sequence_relations<vector<T, Heap>> {
     static_assert(std::is_base_of_v<allocator_engine, Heap>, "a vector's heap is an allocator_engine");
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                   "the heaps return blocks aligned for new's default alignment");
@@ -229,8 +184,8 @@ public:
     using const_reference = T const&;
     using pointer = T*;
     using const_pointer = T const*;
-    using iterator = contiguous_iterator<T, vector_engine>;
-    using const_iterator = contiguous_iterator<T const, vector_engine>;
+    using iterator = engine_iterator<T, vector_engine, false>;
+    using const_iterator = engine_iterator<T const, vector_engine, false>;
     using reverse_iterator = std::reverse_iterator<iterator>;
     using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
@@ -413,18 +368,6 @@ public:
         }
     }
     void sort() { sort(less<T>()); }
-
-    friend bool operator==(vector const& a, vector const& b) {
-        return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin());
-    }
-    friend bool operator!=(vector const& a, vector const& b) { return !(a == b); }
-    friend bool operator<(vector const& a, vector const& b) {
-        return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end());
-    }
-    friend bool operator>(vector const& a, vector const& b) { return b < a; }
-    friend bool operator<=(vector const& a, vector const& b) { return !(b < a); }
-    friend bool operator>=(vector const& a, vector const& b) { return !(a < b); }
-    friend void swap(vector& a, vector& b) noexcept { a.swap(b); }
 
 protected:
     void assign_elements(unsigned count, void const* src, unsigned src_index, void* dst,

@@ -8,6 +8,7 @@
 #include <zel/exception.h>
 #include <zel/fspool.h>
 #include <zel/memory.h>
+#include <zel/sequence.h>
 #include <zel/stopwatch.h>
 #include <zel/vector.h>
 
