@@ -164,6 +164,35 @@ void threads() {
     monitor.release_from_reading();
 }
 
+template <class C>
+void print(char const* name, C const& c) {
+    std::printf("%-6s", name);
+    for (int x : c)
+        std::printf(" %d", x);
+    std::printf("\n");
+}
+
+void containers() {
+    section("Sequence containers over untyped engines");
+    zel::vector<int> v{42, 7, 19, 3};
+    v.push_back(11);
+    v.sort();                          // a Shell sort over the engine's gap table
+    print("vector", v);
+
+    zel::deque<int> d{5, 9};
+    d.push_front(1);
+    d.push_back(2);
+    d.sort(zel::greater<int>());       // stable, and only pointers move
+    print("deque", d);
+
+    zel::deque<int> other{0};
+    try {
+        d.erase(other.begin());
+    } catch (zel::xexception const& e) {
+        std::printf("an iterator of another deque: %s (%s)\n", e.what(), e.file());
+    }
+}
+
 } // namespace
 
 int main() {
@@ -175,5 +204,6 @@ int main() {
     timing();
     numbers();
     threads();
+    containers();
     return 0;
 }

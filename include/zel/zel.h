@@ -4,7 +4,9 @@
 
 #include <zel/callback.h>
 #include <zel/char_traits.h>
+#include <zel/comparator.h>
 #include <zel/config.h>
+#include <zel/deque.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
 #include <zel/guards.h>
@@ -12,9 +14,11 @@
 #include <zel/memory.h>
 #include <zel/monitor.h>
 #include <zel/numconv.h>
+#include <zel/sequence.h>
 #include <zel/stopwatch.h>
 #include <zel/string.h>
 #include <zel/string_engine.h>
 #include <zel/thread.h>
+#include <zel/vector.h>
 
 #endif

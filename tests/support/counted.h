@@ -1,0 +1,88 @@
+// Element types for the container tests: `counted` is a string that counts
+// its live objects, so leaks and double destruction show, and can be told
+// to throw on the n-th copy from now, so the containers' failure paths run.
+#ifndef ZEL_TEST_COUNTED_H
+#define ZEL_TEST_COUNTED_H
+
+#include <stdexcept>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <zel/exception.h>
+
+namespace zel_test {
+
+class counted {
+public:
+    static inline int live = 0;
+    // Copies left before one throws; negative: never.
+    static inline int copies_until_throw = -1;
+
+    counted() : value_("") { ++live; }
+    counted(std::string v) : value_(std::move(v)) { ++live; }   // NOLINT: implicit on purpose
+    counted(char const* v) : value_(v) { ++live; }               // NOLINT
+    counted(counted const& other) : value_((tick(), other.value_)) { ++live; }
+    counted& operator=(counted const& other) {
+        tick();
+        value_ = other.value_;
+        return *this;
+    }
+    ~counted() {
+        EXPECT_NE(value_, "<destroyed>") << "destroyed twice";
+        value_ = "<destroyed>";
+        --live;
+    }
+
+    std::string const& value() const { return value_; }
+    friend bool operator==(counted const& a, counted const& b) { return a.value_ == b.value_; }
+    friend bool operator!=(counted const& a, counted const& b) { return a.value_ != b.value_; }
+    friend bool operator<(counted const& a, counted const& b) { return a.value_ < b.value_; }
+    friend std::ostream& operator<<(std::ostream& os, counted const& c) { return os << c.value_; }
+
+private:
+    static void tick() {
+        if (copies_until_throw == 0) {
+            copies_until_throw = -1;
+            throw std::runtime_error("copy failed");
+        }
+        if (copies_until_throw > 0)
+            --copies_until_throw;
+    }
+
+    std::string value_;
+};
+
+// Checks at the end of a test that every counted object it made is gone.
+class no_leaks {
+public:
+    no_leaks() : before_(counted::live) {}
+    ~no_leaks() {
+        counted::copies_until_throw = -1;
+        EXPECT_EQ(counted::live, before_) << "counted objects leaked or destroyed twice";
+    }
+    no_leaks(no_leaks const&) = delete;
+    no_leaks& operator=(no_leaks const&) = delete;
+
+private:
+    int before_;
+};
+
+// Runs f, which must raise the library's exception of class `name` with
+// message `text` (null: none) through the throw path, from `file`.
+template <class F>
+void expect_container_error(F f, char const* text, char const* file) {
+    try {
+        f();
+        ADD_FAILURE() << "expected \"" << text << "\"";
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "container_error");
+        EXPECT_STREQ(e.what(), text);
+        EXPECT_STREQ(e.file(), file);
+        EXPECT_GT(e.line(), 0);
+    }
+}
+
+} // namespace zel_test
+
+#endif

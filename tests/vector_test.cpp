@@ -1,0 +1,300 @@
+// The vector engine and vector<T>: a seeded run beside std::vector with
+// check() after every step, the engine's documented edge cases and kept
+// behaviours, rollback of a failing copy, and the errors with their texts.
+#include <zel/vector.h>
+
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/counted.h"
+
+namespace {
+
+using zel_test::counted;
+using zel_test::expect_container_error;
+using zel_test::no_leaks;
+
+// Opens the engine's own operations of a typed vector to the tests.
+template <class T>
+struct probe : zel::vector<T> {
+    using engine = zel::vector_engine;
+    using zel::vector<T>::vector;
+    using engine::all;
+    using engine::data_;
+    using engine::size_;
+    using engine::capacity_;
+    engine& raw() { return *this; }
+    void insert_raw(unsigned pos, void const* src, unsigned first, unsigned count) {
+        raw().insert(pos, src, first, count);
+    }
+};
+
+template <class T, class Make>
+void run_beside_std(unsigned seed, Make make) {
+    std::mt19937 rng(seed);
+    auto pick = [&](unsigned n) { return n == 0 ? 0u : unsigned(rng() % n); };
+    zel::vector<T> v;
+    std::vector<T> model;
+    for (int step = 0; step < 4000; ++step) {
+        unsigned const n = model.size();
+        switch (pick(12)) {
+        case 0: case 1: {
+            T x = make(rng());
+            v.push_back(x);
+            model.push_back(x);
+            break;
+        }
+        case 2:
+            if (n) { v.pop_back(); model.pop_back(); }
+            break;
+        case 3: {
+            unsigned at = pick(n + 1), k = pick(5);
+            T x = make(rng());
+            v.insert(v.begin() + at, k, x);
+            model.insert(model.begin() + at, k, x);
+            break;
+        }
+        case 4: {   // a range of our own, into ourselves
+            unsigned a = pick(n + 1), b = a + pick(n - a + 1), at = pick(n + 1);
+            std::vector<T> src(model.begin() + a, model.begin() + b);
+            v.insert(v.begin() + at, v.begin() + a, v.begin() + b);
+            model.insert(model.begin() + at, src.begin(), src.end());
+            break;
+        }
+        case 5: {
+            unsigned a = pick(n + 1), b = a + pick(std::min(n - a, 8u) + 1);
+            v.erase(v.begin() + a, v.begin() + b);
+            model.erase(model.begin() + a, model.begin() + b);
+            break;
+        }
+        case 6: {
+            unsigned k = pick(2 * n + 3);
+            T x = make(rng());
+            v.resize(k, x);
+            model.resize(k, x);
+            break;
+        }
+        case 7: {   // insert a caller's range, then one of our own elements
+            std::vector<T> src;
+            for (unsigned k = pick(6); k; --k) src.push_back(make(rng()));
+            unsigned at = pick(n + 1);
+            v.insert(v.begin() + at, src.begin(), src.end());
+            model.insert(model.begin() + at, src.begin(), src.end());
+            if (!model.empty()) {
+                unsigned from = pick(unsigned(model.size()));
+                T x = model[from];
+                v.insert(v.begin(), v[from]);
+                model.insert(model.begin(), x);
+            }
+            break;
+        }
+        case 8:
+            if (pick(8) == 0) { v.sort(); std::stable_sort(model.begin(), model.end()); }
+            else { v.reverse(); std::reverse(model.begin(), model.end()); }
+            break;
+        case 9: {
+            zel::vector<T> other(v);
+            v.swap(other);
+            ASSERT_EQ(other, v);
+            if (pick(2)) { unsigned a = pick(n + 1), b = a + pick(n - a + 1);
+                v.assign(v.begin() + a, v.begin() + b);
+                model = std::vector<T>(model.begin() + a, model.begin() + b); }
+            break;
+        }
+        case 10:
+            v.reserve(n + pick(40));
+            break;
+        case 11:
+            if (pick(30) == 0) { v.clear(); model.clear(); }
+            break;
+        }
+        ASSERT_NO_THROW(v.check()) << "step " << step;
+        ASSERT_EQ(v.size(), model.size()) << "step " << step;
+        ASSERT_TRUE(std::equal(v.begin(), v.end(), model.begin())) << "step " << step;
+        ASSERT_LE(v.size(), v.capacity());
+    }
+}
+
+TEST(Vector, RunsBesideStdVectorWithInts) {
+    run_beside_std<int>(7, [](unsigned r) { return int(r % 1000); });
+}
+
+TEST(Vector, RunsBesideStdVectorWithCountedStrings) {
+    no_leaks guard;
+    run_beside_std<counted>(11, [](unsigned r) { return counted(std::to_string(r % 500)); });
+}
+
+TEST(Vector, TypedInterface) {
+    no_leaks guard;
+    zel::vector<counted> v{"c", "a", "b"};
+    zel::vector<counted> w(v.begin(), v.end());
+    EXPECT_EQ(v, w);
+    w.sort();
+    EXPECT_EQ(w, (zel::vector<counted>{"a", "b", "c"}));
+    EXPECT_TRUE(w < v);
+    w.sort([](counted const& a, counted const& b) { return b < a; });
+    EXPECT_EQ(w.front().value(), "c");
+    EXPECT_EQ(*w.rbegin(), "a");
+    zel::vector<counted> moved(std::move(w));
+    EXPECT_TRUE(w.empty());
+    EXPECT_EQ(moved.size(), 3u);
+    w = moved;
+    EXPECT_EQ(w, moved);
+    w = {"x"};
+    EXPECT_EQ(w.size(), 1u);
+    EXPECT_THROW(w.at(1), zel::out_of_range);
+    std::string joined;
+    for (counted const& c : moved) joined += c.value();
+    EXPECT_EQ(joined, "cba");
+}
+
+TEST(Vector, GrowsAndShrinksThroughTheHeapPolicy) {
+    zel::vector<int> v;
+    std::vector<unsigned> capacities;
+    for (int i = 0; i < 40; ++i) {
+        v.push_back(i);
+        if (capacities.empty() || capacities.back() != v.capacity())
+            capacities.push_back(v.capacity());
+    }
+    // vector_heap: the smallest power of two strictly above the bytes.
+    EXPECT_EQ(capacities, (std::vector<unsigned>{2, 4, 8, 16, 32, 64}));
+    v.erase(v.begin() + 10, v.end());    // 10 of 64 is below half: re-block
+    EXPECT_EQ(v.capacity(), 16u);
+    v.pop_back();                        // pop_back never shrinks
+    EXPECT_EQ(v.capacity(), 16u);
+}
+
+TEST(VectorEngine, EdgeCases) {
+    probe<int> v{1, 2, 3};
+    v.reserve(10);
+    void* block = v.data_;
+    // A range of our own takes the new-block path although it would fit.
+    v.insert_raw(1, v.data(), 0, 2);
+    EXPECT_NE(v.data_, block);
+    EXPECT_EQ(v, (zel::vector<int>{1, 1, 2, 2, 3}));
+
+    block = v.data_;
+    int const x = 9;
+    v.raw().push_back(&x, 0);
+    v.insert_raw(0, nullptr, 0, 3);
+    EXPECT_EQ(v.size(), 5u);
+    v.raw().pop_back(100);
+    EXPECT_EQ(v.size(), 0u);
+    EXPECT_EQ(v.data_, block) << "pop_back keeps the block";
+
+    v = {1, 2, 3};
+    v.raw().erase(3, 5);
+    EXPECT_EQ(v.size(), 3u);
+    try {
+        v.raw().erase(4, 1);
+        ADD_FAILURE();
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "out_of_range");
+        EXPECT_EQ(e.file(), nullptr) << "thrown directly";
+    }
+    v.raw().reverse(2, 0);
+    EXPECT_EQ(v, (zel::vector<int>{1, 2, 3}));
+
+    EXPECT_EQ(zel::vector_engine::first_shell_index(0), 0u);
+    EXPECT_EQ(zel::vector_engine::first_shell_index(4), 0u);
+    EXPECT_EQ(zel::vector_engine::first_shell_index(5), 1u);
+    EXPECT_EQ(zel::vector_engine::first_shell_index(19), 2u);
+    EXPECT_EQ(zel::vector_engine::first_shell_index(2161), 8u);
+    EXPECT_EQ(zel::vector_engine::first_shell_index(0xFFFFFFFFu), 28u);
+    EXPECT_EQ(zel::vector_engine::shell_number(28), 2415771649u);
+}
+
+TEST(VectorEngine, KeepsTheSourceIndexAsymmetryOfTheInPlaceInsert) {
+    probe<int> v{10, 11, 12};
+    v.reserve(7);   // 8 slots: six elements fit without the policy re-blocking
+    int const src[] = {0, 1, 2, 3, 4, 5};
+    // pos 2, tail 1, count 3 from first 2: the part beyond the old end comes
+    // from src[tail..] = {1, 2}, the rest from src[first..] = {2}.
+    v.insert_raw(2, src, 2, 3);
+    EXPECT_EQ(v, (zel::vector<int>{10, 11, 2, 1, 2, 12}));
+}
+
+TEST(VectorEngine, ElementwiseSwapMovesTheSurplus) {
+    probe<int> a{1, 2, 3};
+    probe<int> b{4, 5, 6, 7, 8};
+    a.raw().swap(b.raw(), false);   // a holds 4 slots: the surplus re-blocks it
+    EXPECT_EQ(a, (zel::vector<int>{4, 5, 6, 7, 8}));
+    EXPECT_EQ(b, (zel::vector<int>{1, 2, 3}));
+    a.check();
+    b.check();
+}
+
+TEST(VectorEngine, FailingCopyInANewBlockInsertChangesNothing) {
+    no_leaks guard;
+    zel::vector<counted> v{"a", "b", "c"};
+    zel::vector<counted> const more{"x", "y", "z", "w"};
+    counted const* data = v.data();
+    unsigned const capacity = v.capacity();
+    for (int fail_at = 0; fail_at < 7; ++fail_at) {
+        counted::copies_until_throw = fail_at;
+        EXPECT_THROW(v.insert(v.begin() + 1, more.begin(), more.end()), std::runtime_error);
+        EXPECT_EQ(v.data(), data);
+        EXPECT_EQ(v.capacity(), capacity);
+        EXPECT_EQ(v, (zel::vector<counted>{"a", "b", "c"}));
+        v.check();
+    }
+    counted::copies_until_throw = 1;
+    EXPECT_THROW(v.reserve(100), std::runtime_error);
+    EXPECT_EQ(v.data(), data);
+}
+
+TEST(VectorEngine, FailingCopyInPlaceLeavesEveryElementOwned) {
+    no_leaks guard;
+    zel::vector<counted> v{"a", "b", "c", "d"};
+    v.reserve(20);
+    zel::vector<counted> const more{"x", "y"};
+    for (int fail_at = 0; fail_at < 5; ++fail_at) {
+        zel::vector<counted> w(v);
+        w.reserve(20);
+        counted::copies_until_throw = fail_at;
+        try {
+            w.insert(w.begin() + 1, more.begin(), more.end());
+        } catch (std::runtime_error const&) {
+        }
+        w.check();
+        EXPECT_GE(w.size(), 4u);
+    }
+}
+
+TEST(VectorEngine, ErrorsCarryTheirTexts) {
+    probe<int> v{1, 2};
+    expect_container_error([&] { v.erase(zel::vector<int>{}.begin()); }, "mis-matched iterator(s)",
+                           "src/vectorbase.cpp");
+    expect_container_error([&] { v.erase(v.end()); }, "iterator points to end()",
+                           "src/vectorbase.cpp");
+    try {
+        v.insert_raw(3, v.data(), 0, 1);   // vcreate: past the end
+        ADD_FAILURE();
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "out_of_range");
+        EXPECT_STREQ(e.file(), "src/vectorbase.cpp");
+    }
+
+    v.size_ = 5;   // more than the capacity
+    expect_container_error([&] { v.check(); }, "invalid array size", "src/vectorbase.cpp");
+    v.size_ = 2;
+    probe<int> empty;
+    empty.size_ = 1;
+    expect_container_error([&] { empty.check(); }, "invalid array size", "src/vectorbase.cpp");
+    empty.size_ = 0;
+    empty.capacity_ = 4;
+    expect_container_error([&] { empty.check(); }, "invalid array capacity", "src/vectorbase.cpp");
+    empty.capacity_ = 0;
+}
+
+TEST(VectorEngine, LayoutOfThe32BitModel) {
+    if (zel::pointers_are_32_bits) {
+        EXPECT_EQ(sizeof(zel::vector_engine), 16u);
+    }
+    EXPECT_EQ(sizeof(zel::vector<int>), sizeof(zel::vector_engine) + sizeof(void*));
+}
+
+} // namespace
