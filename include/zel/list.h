@@ -343,10 +343,7 @@ public:
         assign(il.begin(), il.end());
         return *this;
     }
-    void assign(unsigned n, T const& value) {
-        list tmp(n, value);
-        swap(tmp);
-    }
+    void assign(unsigned n, T const& value) { list_engine::assign(&value, n); }
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     void assign(It first, It last) {
         list tmp(first, last);
