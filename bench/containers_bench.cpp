@@ -1,10 +1,13 @@
 // The sequence containers beside their standard twins: each zel case is
 // followed by the std case it is measured against, in the same binary.
 #include <zel/deque.h>
+#include <zel/list.h>
 #include <zel/vector.h>
 
 #include <algorithm>
 #include <deque>
+#include <iterator>
+#include <list>
 #include <random>
 #include <string>
 #include <vector>
@@ -114,5 +117,64 @@ void deque_push_both_ends(benchmark::State& state) {
 }
 BENCHMARK_TEMPLATE(deque_push_both_ends, zel::deque<int>)->Arg(10000)->Arg(100000)->Arg(million)->Unit(benchmark::kMillisecond);
 BENCHMARK_TEMPLATE(deque_push_both_ends, std::deque<int>)->Arg(10000)->Arg(100000)->Arg(million)->Unit(benchmark::kMillisecond);
+
+template <class L>
+void list_push(benchmark::State& state) {
+    for (auto _ : state) {
+        L l;
+        for (int i = 0; i < million / 2; ++i) {
+            l.push_back(i);
+            l.push_front(i);
+        }
+        benchmark::DoNotOptimize(&l.front());
+    }
+}
+BENCHMARK_TEMPLATE(list_push, zel::list<int>)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(list_push, std::list<int>)->Unit(benchmark::kMillisecond);
+
+// Both lists are built in shuffled order and sorted by relinking, so the
+// nodes are scattered in memory as they are in a long-lived list.
+template <class L>
+void list_sort(benchmark::State& state) {
+    std::vector<int> const src = shuffled(million);
+    for (auto _ : state) {
+        state.PauseTiming();
+        L l(src.begin(), src.end());
+        state.ResumeTiming();
+        l.sort();
+        benchmark::DoNotOptimize(&l.front());
+        state.PauseTiming();
+        l.clear();
+        state.ResumeTiming();
+    }
+}
+BENCHMARK_TEMPLATE(list_sort, zel::list<int>)->Unit(benchmark::kMillisecond);
+BENCHMARK_TEMPLATE(list_sort, std::list<int>)->Unit(benchmark::kMillisecond);
+
+// Reading every element by index: the zel list walks one step from its
+// cached position, std::list has to walk from the front each time.
+void list_index_walk_zel(benchmark::State& state) {
+    int const n = int(state.range(0));
+    zel::list<int> l;
+    for (int i = 0; i < n; ++i) l.push_back(i);
+    for (auto _ : state) {
+        long long sum = 0;
+        for (int i = 0; i < n; ++i) sum += l[unsigned(i)];
+        benchmark::DoNotOptimize(sum);
+    }
+}
+BENCHMARK(list_index_walk_zel)->Arg(10000)->Unit(benchmark::kMicrosecond);
+
+void list_index_walk_std(benchmark::State& state) {
+    int const n = int(state.range(0));
+    std::list<int> l;
+    for (int i = 0; i < n; ++i) l.push_back(i);
+    for (auto _ : state) {
+        long long sum = 0;
+        for (int i = 0; i < n; ++i) sum += *std::next(l.begin(), i);
+        benchmark::DoNotOptimize(sum);
+    }
+}
+BENCHMARK(list_index_walk_std)->Arg(10000)->Unit(benchmark::kMicrosecond);
 
 } // namespace

@@ -185,6 +185,14 @@ void containers() {
     d.sort(zel::greater<int>());       // stable, and only pointers move
     print("deque", d);
 
+    zel::list<int> l{8, 6, 4};
+    l.push_front(9);
+    l.push_back(1);
+    l.sort();                          // a merge sort that only relinks nodes
+    l.remove(6);
+    print("list", l);
+    std::printf("list[2] = %d, walking by index costs a step from the last one\n", l[2]);
+
     zel::deque<int> other{0};
     try {
         d.erase(other.begin());

@@ -3,10 +3,28 @@
 // and re-centring the map, the undo of a failed insertion and every check
 // live here, shared by every element type, so that errors report this file.
 //
-// Errors (check, container_error): "invalid capacity", "invalid size",
-// "invalid pointer to data", "invalid map termination - front",
-// "invalid map termination - back", "null data pointer in map". Positions
-// past the end raise out_of_range directly, without file and line.
+// Errors. check() raises container_error through the library's throw path,
+// from lines that do not move between versions, so a report names the same
+// place on every target:
+//
+//   text                                 condition                  line
+//   "invalid capacity"                   a map of capacity 0        196
+//   "invalid size"                       capacity below the size    197
+//   "invalid pointer to data"            data outside the map       198
+//   "invalid map termination - front"    data[-1] not null          200
+//   "invalid map termination - back"     data[size] not null        201
+//   "null data pointer in map"           an empty slot in the run   208
+//   "invalid capacity"                   no map, capacity not 0     213
+//   "invalid size"                       no map, size not 0         214
+//   "invalid pointer to data"            no map, data not null      215
+//
+// The cursor checks of the typed layer raise "mis-matched iterator(s)" and
+// "iterator points to end()" from the helpers below. Positions past the end
+// raise out_of_range directly, without file and line.
+//
+// Order of the file: the raise helpers, the map primitives (alloc_map,
+// expand_map, shrink_map, undo), check(), then the operations in the order
+// the header declares them, and last the element pool.
 #include <zel/deque.h>
 
 #include <cstring>
@@ -61,9 +79,18 @@ void deque_engine::alloc_map(unsigned n, unsigned used, unsigned front, unsigned
 }
 
 // Opens a gap of n slots at pos; size_ is left to the caller, which fills
-// the gap. Moves the shorter side when there is room on it; otherwise
-// re-centres in place while the map is at most half full, and grows the map
-// by one step when it is more than that.
+// the gap. With f the pos pointers in front of the gap and b the ones
+// behind it, a gap of two nearer the back moves only b:
+//
+//   before:  [ . . . . 0 f f f f f f b b b 0 . . . . . . ]
+//   after:   [ . . . . 0 f f f f f f _ _ b b b 0 . . . . ]
+//
+// (_ marks the gap's slots, which the caller fills), and a gap nearer the
+// front moves only f, toward the map's start. 0 marks the null terminators
+// around the used stretch, which move with it. When the side to move has
+// no room, the whole stretch is re-placed at a quarter (gap behind the
+// middle) or three quarters (gap in front of it) of the map while the map
+// is at most half full, and the map grows by one step when it is more.
 void deque_engine::expand_map(unsigned pos, unsigned n, safe_move* mover) {
     unsigned const back = size_ - pos;
     unsigned const new_size = size_ + n;
@@ -142,11 +169,12 @@ void deque_engine::undo(safe_move const& mover) noexcept {
     terminate(size_);
 }
 
-// The engine's invariants:
+// The engine's invariants, checked in this order:
 //   With a map:
 //     1. the capacity is not 0;
 //     2. the capacity is not below the size;
-//     3. data lies strictly after the map's first slot and before its end;
+//     3. data lies strictly after the map's first slot and before its end,
+//        so the front terminator has a slot of its own;
 //     4. data[-1] is null;
 //     5. data[size] is null;
 //     6. data[0 .. size-1] are not null.
@@ -154,29 +182,37 @@ void deque_engine::undo(safe_move const& mover) noexcept {
 //     7. the capacity is 0;
 //     8. the size is 0;
 //     9. data is null.
+// A deque that passes can be walked from data[0] to the null behind the
+// last element, and every pointer met on the way is not null. It proves no
+// more than that: a pointer stored in two slots, or one to an element of
+// another deque, goes unseen; the elements themselves are never read, so
+// the check works alike for every element type.
+// The check costs one pass over the used stretch, so the tests run it after
+// every step; a program that suspects a stray write runs it after the
+// suspect operation.
 void deque_engine::check() const {
+    void** const end = map_ + capacity_;
     if (map_) {
-        if (capacity_ == 0)
-            ZEL_THROW(container_error("invalid capacity"));                  // 1
-        if (capacity_ < size_)
-            ZEL_THROW(container_error("invalid size"));                      // 2
-        if (data_ <= map_ || data_ >= map_ + capacity_)
-            ZEL_THROW(container_error("invalid pointer to data"));           // 3
-        if (data_[-1] != nullptr)
-            ZEL_THROW(container_error("invalid map termination - front"));   // 4
-        if (data_[size_] != nullptr)
-            ZEL_THROW(container_error("invalid map termination - back"));    // 5
-        for (unsigned i = 0; i < size_; ++i)
-            if (data_[i] == nullptr)
-                ZEL_THROW(container_error("null data pointer in map"));      // 6
-    } else {
-        if (capacity_ != 0)
-            ZEL_THROW(container_error("invalid capacity"));                  // 7
-        if (size_ != 0)
-            ZEL_THROW(container_error("invalid size"));                      // 8
-        if (data_ != nullptr)
-            ZEL_THROW(container_error("invalid pointer to data"));           // 9
+        if (capacity_ == 0) ZEL_THROW(container_error("invalid capacity"));
+        if (capacity_ < size_) ZEL_THROW(container_error("invalid size"));
+        if (data_ <= map_ || data_ >= end) ZEL_THROW(container_error("invalid pointer to data"));
+        // 4 and 5: the terminators on both sides of the used stretch.
+        if (data_[-1] != nullptr) ZEL_THROW(container_error("invalid map termination - front"));
+        if (data_[size_] != nullptr) ZEL_THROW(container_error("invalid map termination - back"));
+        // 6: the only check that walks the used stretch. A null inside it
+        // means an element was lost: a failed insertion left open, or a
+        // stray write into the map.
+        for (unsigned i = 0; i < size_; ++i) {
+            if (data_[i] != nullptr)
+                continue;
+            ZEL_THROW(container_error("null data pointer in map"));
+        }
+        return;
     }
+    // 7 to 9: without a map every field is back at its empty value.
+    if (capacity_ != 0) ZEL_THROW(container_error("invalid capacity"));
+    if (size_ != 0) ZEL_THROW(container_error("invalid size"));
+    if (data_ != nullptr) ZEL_THROW(container_error("invalid pointer to data"));
 }
 
 void deque_engine::push_back(void const* value, unsigned n) {

@@ -244,31 +244,42 @@ TEST(DequeEngine, CheckTexts) {
     probe<int> d{1, 2, 3};
     void* const saved = d.data_[3];
     d.data_[3] = &d;
-    expect_container_error([&] { d.check(); }, "invalid map termination - back", file);
+    expect_container_error([&] { d.check(); }, "invalid map termination - back", file, 201);
     d.data_[3] = saved;
     d.data_[-1] = &d;
-    expect_container_error([&] { d.check(); }, "invalid map termination - front", file);
+    expect_container_error([&] { d.check(); }, "invalid map termination - front", file, 200);
     d.data_[-1] = nullptr;
     void* const first = d.data_[1];
     d.data_[1] = nullptr;
-    expect_container_error([&] { d.check(); }, "null data pointer in map", file);
+    expect_container_error([&] { d.check(); }, "null data pointer in map", file, 208);
     d.data_[1] = first;
     d.size_ = 5000;
-    expect_container_error([&] { d.check(); }, "invalid size", file);
+    expect_container_error([&] { d.check(); }, "invalid size", file, 197);
     d.size_ = 3;
     void** const data = d.data_;
     d.data_ = d.map_;
-    expect_container_error([&] { d.check(); }, "invalid pointer to data", file);
+    expect_container_error([&] { d.check(); }, "invalid pointer to data", file, 198);
     d.data_ = data;
     d.check();
 
+    // The map's own capacity field, then the three fields of a deque
+    // without a map.
+    unsigned const capacity = d.capacity_;
+    d.capacity_ = 0;
+    expect_container_error([&] { d.check(); }, "invalid capacity", file, 196);
+    d.capacity_ = capacity;
+
     probe<int> e;
     e.capacity_ = 4;
-    expect_container_error([&] { e.check(); }, "invalid capacity", file);
+    expect_container_error([&] { e.check(); }, "invalid capacity", file, 213);
     e.capacity_ = 0;
     e.size_ = 1;
-    expect_container_error([&] { e.check(); }, "invalid size", file);
+    expect_container_error([&] { e.check(); }, "invalid size", file, 214);
     e.size_ = 0;
+    e.data_ = reinterpret_cast<void**>(&e);
+    expect_container_error([&] { e.check(); }, "invalid pointer to data", file, 215);
+    e.data_ = nullptr;
+    e.check();
 }
 
 } // namespace

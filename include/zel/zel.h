@@ -11,6 +11,7 @@
 #include <zel/fspool.h>
 #include <zel/guards.h>
 #include <zel/ios_flags.h>
+#include <zel/list.h>
 #include <zel/memory.h>
 #include <zel/monitor.h>
 #include <zel/numconv.h>

@@ -68,10 +68,10 @@ private:
     int before_;
 };
 
-// Runs f, which must raise the library's exception of class `name` with
-// message `text` (null: none) through the throw path, from `file`.
+// Runs f, which must raise the library's container_error with message
+// `text` through the throw path, from `file` and, when given, `line`.
 template <class F>
-void expect_container_error(F f, char const* text, char const* file) {
+void expect_container_error(F f, char const* text, char const* file, int line = 0) {
     try {
         f();
         ADD_FAILURE() << "expected \"" << text << "\"";
@@ -79,7 +79,10 @@ void expect_container_error(F f, char const* text, char const* file) {
         EXPECT_STREQ(e.name(), "container_error");
         EXPECT_STREQ(e.what(), text);
         EXPECT_STREQ(e.file(), file);
-        EXPECT_GT(e.line(), 0);
+        if (line != 0)
+            EXPECT_EQ(e.line(), line) << text;
+        else
+            EXPECT_GT(e.line(), 0);
     }
 }
 

@@ -1,0 +1,494 @@
+// The list engine and list<T>: a seeded run beside std::list with check()
+// after every step, the position cache, the sort's run order, relinking
+// and copying forms of splice, merge and swap, failures that must leave
+// the list whole, cursor misuse and the check texts.
+#include <zel/list.h>
+
+#include <algorithm>
+#include <iterator>
+#include <list>
+#include <random>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/counted.h"
+
+namespace {
+
+using zel_test::counted;
+using zel_test::expect_container_error;
+using zel_test::no_leaks;
+using engine = zel::list_engine;
+
+template <class T>
+struct probe : zel::list<T> {
+    using zel::list<T>::list;
+    using engine::cache_index_;
+    using engine::cache_node_;
+    using engine::count_;
+    using engine::distance;
+    using engine::pos;
+    using engine::sentinel_;
+    using engine::zpos;
+    engine& raw() { return *this; }
+    engine::list_node* sentinel() const { return engine::sentinel(); }
+};
+
+template <class T>
+std::list<T> to_std(zel::list<T> const& l) {
+    return std::list<T>(l.begin(), l.end());
+}
+
+template <class T>
+T nth(std::list<T> const& m, unsigned i) {
+    return *std::next(m.begin(), i);
+}
+
+template <class T>
+typename zel::list<T>::iterator at(zel::list<T>& l, unsigned i) {
+    return std::next(l.begin(), i);
+}
+
+template <class T, class Make>
+void run_beside_std(unsigned seed, int steps, Make make) {
+    std::mt19937 rng(seed);
+    auto pick = [&](unsigned n) { return n == 0 ? 0u : unsigned(rng() % n); };
+    zel::less<T> const order;
+    zel::equal_to<T> const equal;
+    probe<T> l;
+    std::list<T> model;
+    for (int step = 0; step < steps; ++step) {
+        unsigned const n = unsigned(model.size());
+        unsigned const a = pick(n + 1), k = pick(n - a + 1), b = a + k;
+        bool const relink = pick(2) == 0;
+        unsigned const op = pick(16);
+        switch (op) {
+        case 0: case 1: {
+            T x = make(rng());
+            if (pick(2)) { l.push_back(x); model.push_back(x); }
+            else { l.push_front(x); model.push_front(x); }
+            break;
+        }
+        case 2: {
+            unsigned m = pick(4);
+            T x = make(rng());
+            if (pick(2)) { l.raw().insert(a, &x, m); model.insert(std::next(model.begin(), a), m, x); }
+            else { l.insert(at(l, a), m, x); model.insert(std::next(model.begin(), a), m, x); }
+            break;
+        }
+        case 3: {   // a range of our own, by index and by cursor
+            std::list<T> src(std::next(model.begin(), a), std::next(model.begin(), b));
+            unsigned to = pick(n + 1);
+            if (pick(2)) l.raw().insert(to, l.raw(), a, k);
+            else l.raw().insert(at(l, to).cursor(), at(l, a).cursor(), at(l, b).cursor());
+            model.insert(std::next(model.begin(), to), src.begin(), src.end());
+            break;
+        }
+        case 4:
+            if (pick(2)) l.raw().erase(a, k);
+            else l.erase(at(l, a), at(l, b));
+            model.erase(std::next(model.begin(), a), std::next(model.begin(), b));
+            break;
+        case 5:
+            if (n != 0) {
+                unsigned i = pick(n);
+                l.erase(at(l, i));
+                model.erase(std::next(model.begin(), i));
+            }
+            break;
+        case 6:
+            if (pick(2)) { l.raw().pop_back(k); for (unsigned i = 0; i < k; ++i) model.pop_back(); }
+            else { l.raw().pop_front(k); for (unsigned i = 0; i < k; ++i) model.pop_front(); }
+            break;
+        case 7:   // keep a range of our own
+            if (pick(2)) l.raw().assign(l.raw(), a, k);
+            else l.raw().assign(at(l, a).cursor(), at(l, b).cursor());
+            model = std::list<T>(std::next(model.begin(), a), std::next(model.begin(), b));
+            break;
+        case 8: {
+            T x = n ? nth(model, pick(n)) : make(rng());
+            auto flags = zel::list_engine::lsv_flags(pick(4));
+            l.raw().remove(&x, equal, flags);
+            if (flags == engine::lsv_all) {
+                model.remove(x);
+            } else if (flags == engine::lsv_first) {
+                auto it = std::find(model.begin(), model.end(), x);
+                if (it != model.end()) model.erase(it);
+            } else if (flags == engine::lsv_last) {
+                auto it = std::find(model.rbegin(), model.rend(), x);
+                if (it != model.rend()) model.erase(std::prev(it.base()));
+            }
+            break;
+        }
+        case 9:
+            if (pick(2)) { l.unique(); model.unique(); }
+            else { l.reverse(); model.reverse(); }
+            break;
+        case 10:
+            l.sort();
+            model.sort();
+            break;
+        case 11: {   // merge a sorted list into the sorted list
+            probe<T> other;
+            for (unsigned i = pick(20); i; --i) other.push_back(make(rng()));
+            other.sort();
+            l.sort();
+            model.sort();
+            std::list<T> m2 = to_std(other);
+            l.raw().merge(other.raw(), relink, zel::order_comparator<T, zel::less<T>>(order));
+            model.merge(m2);
+            ASSERT_TRUE(other.empty());
+            other.check();
+            break;
+        }
+        case 12: {   // splice from another list, by index and by cursor
+            probe<T> other;
+            for (unsigned i = pick(8); i; --i) other.push_back(make(rng()));
+            std::list<T> m2 = to_std(other);
+            unsigned f = pick(unsigned(m2.size()) + 1), m = pick(unsigned(m2.size()) - f + 1);
+            auto mf = std::next(m2.begin(), f), ml = std::next(mf, m);
+            if (pick(2)) l.raw().splice(a, other.raw(), relink, f, m);
+            else l.raw().splice(at(l, a).cursor(), other.raw(), relink, at(other, f).cursor(),
+                                at(other, f + m).cursor());
+            model.splice(std::next(model.begin(), a), m2, mf, ml);
+            other.check();
+            ASSERT_EQ(to_std(other), m2);
+            break;
+        }
+        case 13: {   // splice within the list
+            unsigned to = pick(n + 1);
+            if (to >= a && to < b) break;   // a position inside the range
+            l.raw().splice(at(l, to).cursor(), l.raw(), relink, at(l, a).cursor(), at(l, b).cursor());
+            model.splice(std::next(model.begin(), to), model, std::next(model.begin(), a),
+                         std::next(model.begin(), b));
+            break;
+        }
+        case 14: {   // swap there and back, with and without relinking
+            probe<T> other;
+            for (unsigned i = pick(2 * n + 2); i; --i) other.push_back(make(rng()));
+            std::list<T> m2 = to_std(other);
+            l.raw().swap(other.raw(), relink);
+            other.check();
+            l.check();
+            ASSERT_EQ(to_std(l), m2);
+            ASSERT_EQ(to_std(other), model);
+            l.raw().swap(other.raw(), !relink);
+            T x = make(rng());
+            unsigned m = pick(2 * n + 2);
+            l.resize(m, x);
+            model.resize(m, x);
+            break;
+        }
+        case 15:   // reads by index through the cache
+            for (unsigned r = 0; r < 4 && n != 0; ++r) {
+                unsigned i = pick(n);
+                ASSERT_EQ(l[i], nth(model, i)) << "step " << step;
+                ASSERT_EQ(l.cache_index_, i);
+            }
+            break;
+        }
+        ASSERT_NO_THROW(l.check()) << "step " << step << ", operation " << op;
+        ASSERT_EQ(l.size(), model.size()) << "step " << step << ", operation " << op;
+        ASSERT_EQ(to_std(l), model) << "step " << step << ", operation " << op;
+        ASSERT_TRUE(std::equal(l.rbegin(), l.rend(), model.rbegin())) << "step " << step;
+    }
+}
+
+TEST(List, RunsBesideStdListWithInts) {
+    run_beside_std<int>(7, 4000, [](unsigned r) { return int(r % 50); });
+}
+
+TEST(List, RunsBesideStdListWithCountedStrings) {
+    no_leaks guard;
+    run_beside_std<counted>(11, 2000, [](unsigned r) { return counted(std::to_string(r % 40)); });
+}
+
+TEST(List, TypedInterface) {
+    no_leaks guard;
+    zel::list<counted> l{"b", "c"};
+    l.push_front("a");
+    l.push_back("d");
+    EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c", "d"}));
+    zel::list<counted> e(l);
+    auto it = e.insert(std::next(e.begin(), 2), {"x", "y"});
+    EXPECT_EQ(it->value(), "x");
+    e.sort([](counted const& a, counted const& b) { return b < a; });
+    EXPECT_EQ(e, (zel::list<counted>{"y", "x", "d", "c", "b", "a"}));
+    EXPECT_TRUE(l < e);
+    EXPECT_EQ(e[1].value(), "x");
+    e.assign(std::next(e.begin()), std::next(e.begin(), 3));
+    EXPECT_EQ(e, (zel::list<counted>{"x", "d"}));
+    zel::list<counted> moved(std::move(e));
+    EXPECT_TRUE(e.empty());
+    e.check();
+    EXPECT_EQ(moved.back().value(), "d");
+    // Through the throw path: the raise is an xexception named out_of_range.
+    for (auto f : {+[](zel::list<counted>& x) { x.at(2); }, +[](zel::list<counted>& x) { x.front(); },
+                   +[](zel::list<counted>& x) { x.back(); }}) {
+        try {
+            f(e);
+            ADD_FAILURE();
+        } catch (zel::xexception const& x) {
+            EXPECT_STREQ(x.name(), "out_of_range");
+            EXPECT_STREQ(x.file(), "src/listbase.cpp");
+        }
+    }
+
+    std::string joined;
+    for (counted const& c : l) joined += c.value();
+    EXPECT_EQ(joined, "abcd");
+    l.visit([&](counted& c) { c = c.value() + c.value(); }, 1, 2);
+    std::string visited;
+    static_cast<zel::list<counted> const&>(l).visit(
+        [&](counted const& c) { visited += c.value(); }, 2);
+    EXPECT_EQ(visited, "ccd");
+    EXPECT_THROW(l.visit([](counted&) {}, 5), zel::out_of_range);   // thrown directly
+
+    zel::list<int> n{1, 2, 2, 3, 2, 4};
+    n.remove(2, zel::list_engine::lsv_last);
+    EXPECT_EQ(n, (zel::list<int>{1, 2, 2, 3, 4}));
+    n.remove_if([](int x) { return x % 2 == 0; });
+    EXPECT_EQ(n, (zel::list<int>{1, 3}));
+    zel::list<int> m{0, 2, 5};
+    n.merge(m);
+    EXPECT_EQ(n, (zel::list<int>{0, 1, 2, 3, 5}));
+    EXPECT_TRUE(m.empty());
+    m.splice(m.end(), n, std::next(n.begin()), std::prev(n.end()));
+    m.splice(m.begin(), n, n.begin());
+    EXPECT_EQ(m, (zel::list<int>{0, 1, 2, 3}));
+    EXPECT_EQ(n, (zel::list<int>{5}));
+    m.splice(m.end(), n);
+    m.unique([](int a, int b) { return b - a < 2; });
+    EXPECT_EQ(m, (zel::list<int>{0, 2, 5}));
+    m.check();
+    n.check();
+}
+
+TEST(ListEngine, ThePositionCache) {
+    probe<int> l{10, 11, 12, 13, 14};
+    l.check();
+    EXPECT_EQ(l.cache_index_, engine::all);
+    EXPECT_EQ(l.cache_node_, l.sentinel());
+    EXPECT_EQ(l.pos(2), std::next(l.begin(), 2).get());
+    EXPECT_EQ(l.cache_index_, 2u);
+    l.check();
+    for (unsigned i = 0; i < 5; ++i) {
+        EXPECT_EQ(l[i], int(10 + i));
+        EXPECT_EQ(l.cache_index_, i);
+    }
+    l.pos(0);
+    EXPECT_EQ(l.pos(4), l.sentinel_.prev);   // straight to the tail
+    EXPECT_EQ(l.pos(1), l.sentinel_.next->next);
+    l.check();
+    EXPECT_EQ(l.zpos(5), l.sentinel());
+    try {
+        l.pos(5);
+        ADD_FAILURE();
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "out_of_range");
+        EXPECT_STREQ(e.file(), "src/listbase.cpp");
+    }
+    l.push_back(15);   // linking drops the cache
+    EXPECT_EQ(l.cache_index_, engine::all);
+    l.check();
+    EXPECT_THROW(l.raw().erase(7, 1), zel::out_of_range);
+    EXPECT_THROW(l.raw().insert(7, &l.front(), 1), zel::out_of_range);
+}
+
+TEST(ListEngine, ConcurrentReadersByIndexShareTheCache) {
+    probe<int> l;
+    for (int i = 0; i < 2000; ++i) l.push_back(i);
+    auto reader = [&](bool up) {
+        for (int round = 0; round < 5; ++round)
+            for (int i = 0; i < 2000; ++i) {
+                unsigned const k = up ? unsigned(i) : unsigned(1999 - i);
+                if (l[k] != int(k)) ADD_FAILURE() << k;
+            }
+    };
+    std::thread a(reader, true), b(reader, false);
+    a.join();
+    b.join();
+    l.check();
+}
+
+TEST(ListEngine, Distance) {
+    probe<int> l{0, 1, 2, 3, 4};
+    EXPECT_EQ(l.distance(l.pos(1), l.pos(3)), 2);
+    EXPECT_EQ(l.distance(l.pos(1), l.sentinel()), 4);
+    // Back through the sentinel: 4 steps, less 1 and the count.
+    EXPECT_EQ(l.distance(l.pos(3), l.pos(1)), -2);
+    EXPECT_EQ(l.distance(l.sentinel(), l.pos(2)), -3);
+}
+
+TEST(ListEngine, RemoveUniqueSortReverseEdges) {
+    zel::list<int> l{1, 2, 1, 3, 1};
+    l.remove(1, zel::list_engine::lsv_last);
+    EXPECT_EQ(l, (zel::list<int>{1, 2, 1, 3}));
+    l.remove(1, zel::list_engine::lsv_first);
+    EXPECT_EQ(l, (zel::list<int>{2, 1, 3}));
+    l.remove(2, zel::list_engine::lsv_flags(3));   // other flag values erase nothing
+    EXPECT_EQ(l, (zel::list<int>{2, 1, 3}));
+
+    zel::list<int> u{1, 1, 2, 2, 2, 1};
+    u.unique();
+    EXPECT_EQ(u, (zel::list<int>{1, 2, 1}));
+
+    zel::list<int> one{4};
+    one.sort();
+    one.reverse();
+    EXPECT_EQ(one, zel::list<int>{4});
+    zel::list<int> three{3, 1, 2};
+    three.sort();
+    EXPECT_EQ(three, (zel::list<int>{1, 2, 3}));
+    three.reverse();
+    EXPECT_EQ(three, (zel::list<int>{3, 2, 1}));
+    three.check();
+}
+
+// The runs are merged back from the latest to the earliest, and the list
+// being filled keeps its nodes ahead of equal ones: equal elements of the
+// last run end up in front of those of the earlier runs.
+TEST(ListEngine, SortMergesTheRunsFromTheLatest) {
+    using item = std::pair<int, int>;
+    auto by_key = [](item const& a, item const& b) { return a.first < b.first; };
+    zel::list<item> l;
+    for (int i = 0; i < 5; ++i) l.push_back({0, i});
+    l.sort(by_key);
+    std::vector<int> order;
+    for (auto const& x : l) order.push_back(x.second);
+    EXPECT_EQ(order, (std::vector<int>{4, 0, 1, 2, 3}));
+
+    std::mt19937 rng(3);
+    zel::list<item> big;
+    for (int i = 0; i < 3001; ++i) big.push_back({int(rng() % 100), i});
+    big.sort(by_key);
+    EXPECT_TRUE(std::is_sorted(big.begin(), big.end(), by_key));
+    EXPECT_EQ(big.size(), 3001u);
+    big.check();
+}
+
+TEST(ListEngine, SwapWithRelinkingMovesTheRings) {
+    probe<int> a, b{1, 2, 3};
+    a.raw().swap(b.raw(), true);
+    EXPECT_EQ(a, (zel::list<int>{1, 2, 3}));
+    EXPECT_TRUE(b.empty());
+    EXPECT_EQ(b.sentinel_.next, b.sentinel());
+    EXPECT_EQ(b.sentinel_.prev, b.sentinel());
+    a.check();
+    b.check();
+    // Splicing a list into itself by index does nothing.
+    a.raw().splice(0, a.raw(), true);
+    a.raw().splice(1, a.raw(), true, 0, 2);
+    EXPECT_EQ(a, (zel::list<int>{1, 2, 3}));
+    // A position inside the range moved within one list leaves it as it is.
+    a.splice(std::next(a.begin()), a, a.begin(), a.end());
+    EXPECT_EQ(a, (zel::list<int>{1, 2, 3}));
+    a.check();
+}
+
+TEST(ListEngine, FailingCopiesLeaveTheListWhole) {
+    no_leaks guard;
+    probe<counted> l{"a", "b", "c"};
+    zel::list<counted> const more{"x", "y", "z"};
+    for (int fail_at = 0; fail_at < 3; ++fail_at) {
+        counted::copies_until_throw = fail_at;
+        EXPECT_THROW(l.insert(std::next(l.begin()), more.begin(), more.end()), std::runtime_error);
+        EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c"}));
+        counted::copies_until_throw = fail_at;
+        EXPECT_THROW(static_cast<zel::list<counted>&>(l) = more, std::runtime_error);
+        EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c"}));
+        counted::copies_until_throw = fail_at;
+        EXPECT_THROW(zel::list<counted> copy(more), std::runtime_error);
+        counted::copies_until_throw = fail_at;
+        EXPECT_THROW(l.raw().insert(l.begin().cursor(), more.begin().cursor(), more.end().cursor()),
+                     std::runtime_error);
+        counted::copies_until_throw = fail_at;
+        EXPECT_THROW(l.raw().assign(more.begin().cursor(), more.end().cursor()), std::runtime_error);
+        EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c"}));
+        l.check();
+    }
+    // New values are linked one by one: those made before a failure stay.
+    counted::copies_until_throw = 2;
+    EXPECT_THROW(l.insert(l.end(), 5, counted("n")), std::runtime_error);
+    EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c", "n", "n"}));
+    l.check();
+}
+
+TEST(ListEngine, AThrowingComparatorLosesNoNode) {
+    no_leaks guard;
+    std::mt19937 rng(9);
+    for (int limit : {0, 5, 40, 300}) {
+        zel::list<counted> l;
+        for (int i = 0; i < 100; ++i) l.push_back(std::to_string(rng() % 1000));
+        std::list<counted> before = to_std(l);
+        int calls = 0;
+        EXPECT_THROW(l.sort([&](counted const& a, counted const& b) {
+            if (++calls > limit) throw 1;
+            return a < b;
+        }), int);
+        l.check();
+        std::list<counted> after = to_std(l);
+        before.sort();
+        after.sort();
+        EXPECT_EQ(after, before);
+    }
+}
+
+TEST(ListEngine, CursorMisuse) {
+    char const* const file = "src/listbase.cpp";
+    zel::list<int> l{1, 2, 3}, other{4};
+    expect_container_error([&] { l.erase(other.begin()); }, "mis-matched iterator(s)", file);
+    expect_container_error([&] { l.erase(l.end()); }, "iterator points to end()", file);
+    expect_container_error([&] { l.erase(l.begin(), other.end()); }, "mis-matched iterator(s)", file);
+    expect_container_error([&] { l.insert(other.begin(), 7); }, "mis-matched iterator(s)", file);
+    expect_container_error([&] { l.insert(zel::list<int>::iterator(), 7); },
+                           "mis-matched iterator(s)", file);
+    expect_container_error([&] { l.splice(other.begin(), other); }, "mis-matched iterator(s)", file);
+    expect_container_error([&] { l.splice(l.begin(), other, l.begin(), l.end()); },
+                           "mis-matched iterator(s)", file);
+    expect_container_error([&] { l.splice(l.begin(), other, l.begin()); },
+                           "mis-matched iterator(s)", file);
+    EXPECT_EQ(l, (zel::list<int>{1, 2, 3}));
+    EXPECT_EQ(other, zel::list<int>{4});
+    l.check();
+    other.check();
+}
+
+TEST(ListEngine, CheckTexts) {
+    char const* const file = "src/listbase.cpp";
+    probe<int> l{1, 2, 3};
+    l.count_ = 4;
+    expect_container_error([&] { l.check(); }, "invalid element count", file);
+    l.count_ = 3;
+    l.sentinel_.next->prev = l.sentinel_.prev;
+    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file);
+    l.sentinel_.next->prev = l.sentinel();
+    l.sentinel_.prev->next = l.sentinel_.next;
+    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file);
+    l.sentinel_.prev->next = l.sentinel();
+    l.pos(1);
+    l.cache_node_ = l.sentinel_.next;
+    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file);
+    l.cache_index_ = engine::all;
+    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file);
+    l.cache_node_ = l.sentinel();
+    l.check();
+
+    probe<int> e;
+    e.check();
+    // A head that is null and a tail that links back: only the sentinel
+    // itself tells.
+    engine::list_node stray{e.sentinel(), e.sentinel()};
+    e.sentinel_.next = nullptr;
+    e.sentinel_.prev = &stray;
+    expect_container_error([&] { e.check(); }, "invalid sentinel node", file);
+    e.sentinel_.next = e.sentinel();
+    expect_container_error([&] { e.check(); }, "invalid sentinel node", file);
+    e.sentinel_.prev = e.sentinel();
+}
+
+} // namespace
