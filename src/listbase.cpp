@@ -5,20 +5,23 @@
 // the values behind the links.
 //
 // Errors:
-//   text                          class            raised by
-//   "bad connection to sentinel"  container_error  check
-//   "invalid element count"       container_error  check
-//   "corrupt cache pointer"       container_error  check
-//   "invalid sentinel node"       container_error  check
+//   text                          class            raised by     line
+//   "bad connection to sentinel"  container_error  check         286, 287
+//   "invalid element count"       container_error  check         295
+//   "corrupt cache pointer"       container_error  check         307, 311
+//   "invalid sentinel node"       container_error  check         316, 317
 //   "mis-matched iterator(s)"     container_error  cursor forms, a cursor
 //                                                  of another list
 //   "iterator points to end()"    container_error  erase(cursor) at end()
-//   (none)                        out_of_range     front, back and pos
-//                                                  (through the throw path)
+//   (none)                        out_of_range     back 360, front 376,
+//                                                  pos 393 (through the
+//                                                  throw path)
 //   (none)                        out_of_range     index forms, a start
 //                                                  index past the end
 //                                                  (thrown directly)
-// A cursor check reports the line of the operation that asked for it.
+// These reports carry the lines they have always carried, wherever the code
+// now sits (ZEL_THROW_AT); a cursor check reports the line of the operation
+// that asked for it.
 #include <zel/list.h>
 
 #include <algorithm>
@@ -101,7 +104,9 @@ void list_engine::swap_values(list_node*, list_node*) {}
 
 void list_engine::index_out_of_range() { throw out_of_range(); }
 
-// Cursor checks report the line of the operation that asks for them.
+// Cursor checks report the line their operation has always reported (588
+// assign, 633 and 649 erase, 719 and 735/736 insert, 1002 and 1024/1025
+// splice), passed by that operation.
 void list_engine::check_cursor(cursor const& c, bool end_allowed, int line) const {
     if (c.owner != this)
         zel_throw(container_error("mis-matched iterator(s)"), __FILE__, line);
@@ -211,38 +216,38 @@ void list_engine::replace_with(chain& c) {
 void list_engine::check() const {
     hold const h(*lock_);
     if (count_ != 0 && head()->prev != sentinel())
-        ZEL_THROW(container_error("bad connection to sentinel"));    // 1
+        ZEL_THROW_AT(container_error("bad connection to sentinel"), 286);    // 1
     if (tail()->next != sentinel())
-        ZEL_THROW(container_error("bad connection to sentinel"));    // 2
+        ZEL_THROW_AT(container_error("bad connection to sentinel"), 287);    // 2
     unsigned n = 0;
     for (list_node const* p = head(); p && p != sentinel() && n <= count_; p = p->next)
         ++n;
     if (n != count_)
-        ZEL_THROW(container_error("invalid element count"));         // 3
+        ZEL_THROW_AT(container_error("invalid element count"), 295);         // 3
     if (cache_index_ != all) {
         list_node const* p = head();
         for (unsigned i = 0; i < cache_index_ && p != sentinel(); ++i)
             p = p->next;
         if (cache_index_ >= count_ || p != cache_node_)
-            ZEL_THROW(container_error("corrupt cache pointer"));     // 4
+            ZEL_THROW_AT(container_error("corrupt cache pointer"), 307);     // 4
     } else if (cache_node_ != sentinel()) {
-        ZEL_THROW(container_error("corrupt cache pointer"));         // 5
+        ZEL_THROW_AT(container_error("corrupt cache pointer"), 311);         // 5
     }
     if (count_ == 0 && sentinel_.next != sentinel())
-        ZEL_THROW(container_error("invalid sentinel node"));         // 6
+        ZEL_THROW_AT(container_error("invalid sentinel node"), 316);         // 6
     if (count_ == 0 && sentinel_.prev != sentinel())
-        ZEL_THROW(container_error("invalid sentinel node"));         // 7
+        ZEL_THROW_AT(container_error("invalid sentinel node"), 317);         // 7
 }
 
 list_engine::list_node* list_engine::back() const {
     if (count_ == 0)
-        ZEL_THROW(out_of_range());
+        ZEL_THROW_AT(out_of_range(), 360);
     return tail();
 }
 
 list_engine::list_node* list_engine::front() const {
     if (count_ == 0)
-        ZEL_THROW(out_of_range());
+        ZEL_THROW_AT(out_of_range(), 376);
     return head();
 }
 
@@ -250,7 +255,7 @@ list_engine::list_node* list_engine::front() const {
 // the tail and the sentinel; the cache then names it.
 list_engine::list_node* list_engine::pos(unsigned i) const {
     if (i >= count_)
-        ZEL_THROW(out_of_range());
+        ZEL_THROW_AT(out_of_range(), 393);
     hold const h(*lock_);
     if (cache_index_ == all) {
         cache_index_ = 0;
@@ -368,7 +373,7 @@ void list_engine::assign(list_engine const& other, unsigned first, unsigned n) {
 }
 
 void list_engine::assign(cursor const& first, cursor const& last) {
-    check_range(first, last, first.owner, __LINE__);
+    check_range(first, last, first.owner, 588);
     if (first.owner == this) {
         erase(head(), first.node);
         erase(last.node, sentinel());
@@ -391,12 +396,12 @@ void list_engine::erase(unsigned first, unsigned n) {
 }
 
 void list_engine::erase(cursor const& pos) {
-    check_cursor(pos, false, __LINE__);
+    check_cursor(pos, false, 633);
     erase(pos.node);
 }
 
 void list_engine::erase(cursor const& first, cursor const& last) {
-    check_range(first, last, this, __LINE__);
+    check_range(first, last, this, 649);
     erase(first.node, last.node);
 }
 
@@ -422,13 +427,13 @@ void list_engine::resize(void const* value, unsigned n) {
 // Cursor forms of insertion: the position may be end().
 
 void list_engine::insert(cursor const& pos, void const* value, unsigned n) {
-    check_cursor(pos, true, __LINE__);
+    check_cursor(pos, true, 719);
     insert(value, n, pos.node);
 }
 
 void list_engine::insert(cursor const& pos, cursor const& first, cursor const& last) {
-    check_cursor(pos, true, __LINE__);
-    check_range(first, last, first.owner, __LINE__);
+    check_cursor(pos, true, 735);
+    check_range(first, last, first.owner, 736);
     insert(*first.owner, first.node, last.node, pos.node);
 }
 
@@ -711,7 +716,7 @@ void list_engine::splice(unsigned pos, list_engine& other, bool relink, unsigned
 }
 
 void list_engine::splice(cursor const& pos, list_engine& other, bool relink) {
-    check_cursor(pos, true, __LINE__);
+    check_cursor(pos, true, 1002);
     if (&other == this)
         return;
     splice(pos.node, other, relink, other.head(), other.sentinel());
@@ -719,8 +724,8 @@ void list_engine::splice(cursor const& pos, list_engine& other, bool relink) {
 
 void list_engine::splice(cursor const& pos, list_engine& other, bool relink, cursor const& first,
                          cursor const& last) {
-    check_cursor(pos, true, __LINE__);
-    check_range(first, last, &other, __LINE__);
+    check_cursor(pos, true, 1024);
+    check_range(first, last, &other, 1025);
     if (&other == this) {
         // Within one list the position must lie outside the range.
         for (list_node const* p = first.node; p != last.node; p = p->next)

@@ -6,11 +6,14 @@
 // error reports this file.
 //
 // Errors:
-//   text                       class            raised by
-//   "invalid array size"       container_error  check
-//   "invalid array capacity"   container_error  check
-//   (none)                     out_of_range     insert, position past size
-//                                               (through the throw path)
+//   text                       class            raised by           line
+//   "invalid array size"       container_error  check               195, 199
+//   "invalid array capacity"   container_error  check               200
+//   (none)                     out_of_range     insert, position    609 (in
+//                                               past size           place), 693
+//                                                                   (new block)
+// Those reports carry the lines they have always carried, wherever the code
+// now sits (ZEL_THROW_AT); the rest report their real line.
 //   (none)                     out_of_range     erase, reverse, sub-range
 //                                               insert and assign: start
 //                                               past size (thrown directly,
@@ -63,12 +66,12 @@ struct vector_engine::rollback {
 void vector_engine::check() const {
     if (data_) {
         if (capacity_ < size_)
-            ZEL_THROW(container_error("invalid array size"));        // 1
+            ZEL_THROW_AT(container_error("invalid array size"), 195);        // 1
     } else {
         if (size_ != 0)
-            ZEL_THROW(container_error("invalid array size"));        // 2
+            ZEL_THROW_AT(container_error("invalid array size"), 199);        // 2
         if (capacity_ != 0)
-            ZEL_THROW(container_error("invalid array capacity"));    // 3
+            ZEL_THROW_AT(container_error("invalid array capacity"), 200);    // 3
     }
 }
 
@@ -253,7 +256,7 @@ void vector_engine::swap(vector_engine& other, bool same_layout) {
 //   after:   [0 .. pos)[new: count][old tail]
 void vector_engine::vcopy(unsigned pos, void const* src, unsigned first, unsigned count) {
     if (pos > size_)
-        ZEL_THROW(out_of_range());
+        ZEL_THROW_AT(out_of_range(), 609);
     unsigned const tail = size_ - pos;
     bool const fill = first == all;
     if (count > tail) {
@@ -291,7 +294,7 @@ void vector_engine::vcopy(unsigned pos, void const* src, unsigned first, unsigne
 // are in place.
 void vector_engine::vcreate(unsigned pos, void const* src, unsigned first, unsigned count) {
     if (pos > size_)
-        ZEL_THROW(out_of_range());
+        ZEL_THROW_AT(out_of_range(), 693);
     unsigned const new_size = size_ + count;
     unsigned const tail = size_ - pos;
     unsigned granted = 0;

@@ -227,14 +227,20 @@ TEST(List, TypedInterface) {
     e.check();
     EXPECT_EQ(moved.back().value(), "d");
     // Through the throw path: the raise is an xexception named out_of_range.
-    for (auto f : {+[](zel::list<counted>& x) { x.at(2); }, +[](zel::list<counted>& x) { x.front(); },
-                   +[](zel::list<counted>& x) { x.back(); }}) {
+    struct {
+        void (*f)(zel::list<counted>&);
+        int line;
+    } const raisers[] = {{[](zel::list<counted>& x) { x.at(2); }, 393},
+                         {[](zel::list<counted>& x) { x.front(); }, 376},
+                         {[](zel::list<counted>& x) { x.back(); }, 360}};
+    for (auto const& r : raisers) {
         try {
-            f(e);
+            r.f(e);
             ADD_FAILURE();
         } catch (zel::xexception const& x) {
             EXPECT_STREQ(x.name(), "out_of_range");
             EXPECT_STREQ(x.file(), "src/listbase.cpp");
+            EXPECT_EQ(x.line(), r.line);
         }
     }
 
@@ -441,17 +447,33 @@ TEST(ListEngine, AThrowingComparatorLosesNoNode) {
 TEST(ListEngine, CursorMisuse) {
     char const* const file = "src/listbase.cpp";
     zel::list<int> l{1, 2, 3}, other{4};
-    expect_container_error([&] { l.erase(other.begin()); }, "mis-matched iterator(s)", file);
-    expect_container_error([&] { l.erase(l.end()); }, "iterator points to end()", file);
-    expect_container_error([&] { l.erase(l.begin(), other.end()); }, "mis-matched iterator(s)", file);
-    expect_container_error([&] { l.insert(other.begin(), 7); }, "mis-matched iterator(s)", file);
+    // Each check reports the line of the operation that asked for it.
+    expect_container_error([&] { l.erase(other.begin()); }, "mis-matched iterator(s)", file, 633);
+    expect_container_error([&] { l.erase(l.end()); }, "iterator points to end()", file, 633);
+    expect_container_error([&] { l.erase(l.begin(), other.end()); }, "mis-matched iterator(s)", file,
+                           649);
+    expect_container_error([&] { l.insert(other.begin(), 7); }, "mis-matched iterator(s)", file, 719);
     expect_container_error([&] { l.insert(zel::list<int>::iterator(), 7); },
-                           "mis-matched iterator(s)", file);
-    expect_container_error([&] { l.splice(other.begin(), other); }, "mis-matched iterator(s)", file);
+                           "mis-matched iterator(s)", file, 719);
+    // The engine's cursor forms of insert and assign (the typed layer takes
+    // any iterator range there).
+    probe<int> p{1, 2}, q{3};
+    expect_container_error(
+        [&] { p.raw().insert(p.begin().cursor(), q.begin().cursor(), p.end().cursor()); },
+        "mis-matched iterator(s)", file, 736);
+    expect_container_error(
+        [&] { p.raw().insert(q.end().cursor(), p.begin().cursor(), p.end().cursor()); },
+        "mis-matched iterator(s)", file, 735);
+    expect_container_error([&] { p.raw().assign(p.begin().cursor(), q.end().cursor()); },
+                           "mis-matched iterator(s)", file, 588);
+    expect_container_error([&] { l.splice(other.begin(), other); }, "mis-matched iterator(s)", file,
+                           1002);
+    expect_container_error([&] { l.splice(other.end(), other, other.begin(), other.end()); },
+                           "mis-matched iterator(s)", file, 1024);
     expect_container_error([&] { l.splice(l.begin(), other, l.begin(), l.end()); },
-                           "mis-matched iterator(s)", file);
+                           "mis-matched iterator(s)", file, 1025);
     expect_container_error([&] { l.splice(l.begin(), other, l.begin()); },
-                           "mis-matched iterator(s)", file);
+                           "mis-matched iterator(s)", file, 1025);
     EXPECT_EQ(l, (zel::list<int>{1, 2, 3}));
     EXPECT_EQ(other, zel::list<int>{4});
     l.check();
@@ -462,19 +484,19 @@ TEST(ListEngine, CheckTexts) {
     char const* const file = "src/listbase.cpp";
     probe<int> l{1, 2, 3};
     l.count_ = 4;
-    expect_container_error([&] { l.check(); }, "invalid element count", file);
+    expect_container_error([&] { l.check(); }, "invalid element count", file, 295);
     l.count_ = 3;
     l.sentinel_.next->prev = l.sentinel_.prev;
-    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file);
+    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file, 286);
     l.sentinel_.next->prev = l.sentinel();
     l.sentinel_.prev->next = l.sentinel_.next;
-    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file);
+    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file, 287);
     l.sentinel_.prev->next = l.sentinel();
     l.pos(1);
     l.cache_node_ = l.sentinel_.next;
-    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file);
+    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file, 307);
     l.cache_index_ = engine::all;
-    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file);
+    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file, 311);
     l.cache_node_ = l.sentinel();
     l.check();
 
@@ -485,9 +507,9 @@ TEST(ListEngine, CheckTexts) {
     engine::list_node stray{e.sentinel(), e.sentinel()};
     e.sentinel_.next = nullptr;
     e.sentinel_.prev = &stray;
-    expect_container_error([&] { e.check(); }, "invalid sentinel node", file);
+    expect_container_error([&] { e.check(); }, "invalid sentinel node", file, 316);
     e.sentinel_.next = e.sentinel();
-    expect_container_error([&] { e.check(); }, "invalid sentinel node", file);
+    expect_container_error([&] { e.check(); }, "invalid sentinel node", file, 317);
     e.sentinel_.prev = e.sentinel();
 }
 

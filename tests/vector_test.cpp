@@ -276,17 +276,20 @@ TEST(VectorEngine, ErrorsCarryTheirTexts) {
     } catch (zel::xexception const& e) {
         EXPECT_STREQ(e.name(), "out_of_range");
         EXPECT_STREQ(e.file(), "src/vectorbase.cpp");
+        EXPECT_EQ(e.line(), 693);
     }
 
     v.size_ = 5;   // more than the capacity
-    expect_container_error([&] { v.check(); }, "invalid array size", "src/vectorbase.cpp");
+    expect_container_error([&] { v.check(); }, "invalid array size", "src/vectorbase.cpp", 195);
     v.size_ = 2;
     probe<int> empty;
     empty.size_ = 1;
-    expect_container_error([&] { empty.check(); }, "invalid array size", "src/vectorbase.cpp");
+    expect_container_error([&] { empty.check(); }, "invalid array size", "src/vectorbase.cpp",
+                           199);
     empty.size_ = 0;
     empty.capacity_ = 4;
-    expect_container_error([&] { empty.check(); }, "invalid array capacity", "src/vectorbase.cpp");
+    expect_container_error([&] { empty.check(); }, "invalid array capacity",
+                           "src/vectorbase.cpp", 200);
     empty.capacity_ = 0;
 }
 

@@ -193,4 +193,8 @@ ZEL_API void unexpected();
 // report names the source file relative to the source tree and the real line.
 #define ZEL_THROW(leaf_object) ::zel::zel_throw((leaf_object), __FILE__, __LINE__)
 
+// The same for a throw site whose reported line is part of the library's
+// contract: reports have always named that line, wherever the code now sits.
+#define ZEL_THROW_AT(leaf_object, line) ::zel::zel_throw((leaf_object), __FILE__, (line))
+
 #endif
