@@ -2,6 +2,7 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/bitset.h>
 #include <zel/char_traits.h>
 #include <zel/config.h>
 #include <zel/exception.h>
