@@ -50,6 +50,23 @@ struct string_flags {
     enum strip_flags : unsigned { strip_front = 16, strip_back = 32, strip_both = 48 };
 };
 
+// A span found by a regular expression: a position and a length. No match
+// is all bits set in both.
+struct match_pair {
+    unsigned position;
+    unsigned length;
+
+    static constexpr unsigned none = 0xFFFFFFFFu;
+    bool found() const noexcept { return position != none; }
+    friend bool operator==(match_pair a, match_pair b) noexcept {
+        return a.position == b.position && a.length == b.length;
+    }
+    friend bool operator!=(match_pair a, match_pair b) noexcept { return !(a == b); }
+};
+
+class regex_base;
+class wregex_base;
+
 // A position in a string: the string's address and an index, so it stays
 // valid while the string reallocates. The mutable form writes through at(),
 // which makes the engine private first.

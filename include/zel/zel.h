@@ -10,6 +10,7 @@
 #include <zel/ios_flags.h>
 #include <zel/memory.h>
 #include <zel/numconv.h>
+#include <zel/regex.h>
 #include <zel/stopwatch.h>
 #include <zel/string.h>
 #include <zel/string_engine.h>
