@@ -204,6 +204,42 @@ private:
     std::uint16_t range_from = 0;
 };
 
+// The grammar, with its actions in brackets (the table below is built
+// from it; a token with no entry is a syntax error, code 22):
+//
+//   pattern      expression end
+//   expression   alternatives tail
+//   tail         / alternatives [trailing] | (empty)
+//   alternatives branch more
+//   more         | branch [alternate] more | (empty)
+//   branch       ^ [begin] rest | $ [end] | sequence close
+//   rest         sequence [concatenate] close | close
+//   close        $ [end] [concatenate] | (empty)
+//   sequence     item items
+//   items        item [concatenate] items | (empty)
+//   item         prefix [prefix-start] closed [prefix-end] | closed
+//   closed       atom closure
+//   closure      { [minimum] count [counted] | * [star] | + [plus]
+//                | ? [optional] | (empty)
+//   count        } [close-count] | , [maximum] } [close-count]
+//   atom         class [set] | . [any] | literal [literal] | macro [macro]
+//                | back-reference [back-reference] | ( [open] group
+//   group        expression ) [close-group] | [empty-group] ) [close-group]
+//   class        [ [class-start] negation body ] [class-end]
+//   negation     ^ [negate] | (empty)
+//   body         : [named] : | member members
+//   members      member members | (empty)
+//   member       literal [range-start] range | class-macro [class-macro]
+//   range        - literal [range-end] | [single]
+//
+// Consequences: / binds loosest and stands once per level; ^ only opens
+// and $ only closes a branch; one postfix operator per atom; a named class
+// is a whole class. The look-ahead token is read only when a terminal or a
+// nonterminal needs it, so the actions after a terminal (entering a class
+// or a closure specifier, reading its numbers) run before the next unit is
+// tokenized, in the mode they set. The prefix operator is reserved: no
+// unit produces its token.
+//
 // Records the code and the location (the scan position when none is given)
 // and raises; compile catches it.
 void parse_op_buffer::fail(unsigned code, unsigned position) {
@@ -813,13 +849,18 @@ void parse_op_buffer::build() {
         case op_star:
         case op_plus: {
             // The loop state tries the body first (greedy), the exit second.
+            // The entry forgets where an earlier instance of the loop last
+            // entered its body (an enclosing loop may come back to it).
             fragment const a = stack[--sp];
-            unsigned const loop = new_state(re_loop, slots++);
+            unsigned const slot = slots++;
+            unsigned const enter = new_state(re_count_enter, slot);
+            unsigned const loop = new_state(re_loop, slot);
             unsigned const exit = new_state(re_link);
+            link(enter, op.code == op_star ? loop : a.start);
             link(a.end, loop);
             states[loop].next1 = std::uint16_t(a.start);
             states[loop].next2 = std::uint16_t(exit);
-            stack[sp++] = {op.code == op_star ? loop : a.start, exit};
+            stack[sp++] = {enter, exit};
             continue;
         }
         case op_counted: {
@@ -912,6 +953,11 @@ void parse_op_buffer::compute_start_set() {
                 todo[n++] = std::uint16_t(f);
             }
     }
+}
+
+void detail::regex_probe::raise(unsigned code) {
+    parse_op_buffer buffer(256, 512);
+    buffer.fail(code, 7);
 }
 
 // --- the expression object ----------------------------------------------------------

@@ -23,7 +23,7 @@
 #include <cctype>
 #include <cstring>
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include <zel/char_traits.h>
@@ -42,7 +42,7 @@ constexpr unsigned max_slots = 256;
 
 // Backtracking stack entries: a choice to resume, or a value to restore on
 // the way back to it.
-enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail };
+enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit };
 
 struct entry {
     std::uint8_t tag;
@@ -135,26 +135,48 @@ private:
     void push(std::uint8_t tag, unsigned index, unsigned a, unsigned b = 0) {
         stack_.push_back({tag, std::uint16_t(index), a, b});
     }
-    // Whether (state, position, counters, trail) is new from this start.
-    bool first_visit(unsigned state, unsigned pos) {
+    // Whether to go on at (state, position, counters, trail): a first visit
+    // goes on and is remembered; a revisit is cut once the first visit's
+    // exploration has ended (it found every length reachable from here,
+    // earlier). A revisit during that exploration, through a loop that
+    // came back without consuming, goes on: cutting it would let a later
+    // path's captures win.
+    bool go_on(unsigned state, unsigned pos) {
         unsigned const rel = pos - start_;
         if (memo_ == memo_rows) {
-            std::size_t const at = std::size_t(rel) * row_words_ + state / 64;
+            std::size_t const at = std::size_t(rel) * 2 * row_words_ + state / 64;
             if (at >= rows_.size())
-                rows_.resize(std::max(rows_.size() * 2, at + row_words_), 0);
+                rows_.resize(std::max(rows_.size() * 2, at + 2 * row_words_), 0);
             std::uint64_t const bit = std::uint64_t(1) << (state % 64);
             if (rows_[at] & bit)
-                return false;
+                return !(rows_[at + row_words_] & bit);
             rows_[at] |= bit;
             if (rel >= rows_used_)
                 rows_used_ = rel + 1;
+            push(e_visit, state, pos);
             return true;
         }
         key_.assign(reinterpret_cast<char const*>(&state), sizeof state);
         key_.append(reinterpret_cast<char const*>(&rel), sizeof rel);
         key_.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
         key_.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
-        return keys_.insert(key_).second;
+        auto const found = keys_.emplace(key_, false);
+        if (!found.second)
+            return !found.first->second;
+        push(e_visit, 0, unsigned(visits_.size()));
+        visits_.push_back(&found.first->second);
+        return true;
+    }
+    void finished(entry const& e) {
+        if (memo_ == memo_rows)
+            rows_[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
+                std::uint64_t(1) << (e.index % 64);
+        else
+            *visits_[e.a] = true;
+    }
+
+    bool returned_empty(re_state const& st, unsigned pos) const noexcept {
+        return (st.kind == re_loop || st.kind == re_count_loop) && marks_[st.arg & 0xFF] == pos;
     }
 
     void record(unsigned start, unsigned pos, match_pair* subs) {
@@ -189,7 +211,8 @@ private:
     std::vector<std::uint64_t> rows_;
     unsigned rows_used_ = 0;
     std::string key_;
-    std::unordered_set<std::string> keys_;
+    std::unordered_map<std::string, bool> keys_;  // finished?
+    std::vector<bool*> visits_;
 };
 
 template <class U>
@@ -201,10 +224,11 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
     for (unsigned i = 0; i < p_.slots; ++i)
         marks_[i] = counters_[i] = npos;
     if (memo_ == memo_rows) {
-        std::fill_n(rows_.begin(), std::size_t(rows_used_) * row_words_, 0);
+        std::fill_n(rows_.begin(), std::size_t(rows_used_) * 2 * row_words_, 0);
         rows_used_ = 0;
     } else if (memo_ == memo_keys) {
         keys_.clear();
+        visits_.clear();
     }
     stack_.clear();
 
@@ -212,7 +236,9 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
     for (;;) {
         re_state const& st = states_[state];
         unsigned next = st.next1;
-        if (memo_ != memo_none && !first_visit(state, pos))
+        // A loop whose body came back empty leaves at once; that step is
+        // not a revisit (the path goes on with the captures it made).
+        if (memo_ != memo_none && !returned_empty(st, pos) && !go_on(state, pos))
             goto fail;
         switch (st.kind) {
         case re_char:
@@ -342,6 +368,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             case e_counter: counters_[e.index] = e.a; continue;
             case e_mark: marks_[e.index] = e.a; continue;
             case e_trail: trail_ = e.a; continue;
+            case e_visit: finished(e); continue;
             }
             break;
         }
@@ -361,6 +388,13 @@ match_pair run_matcher(xbuf const& p, void const* subject, unsigned length, bool
 }
 
 } // namespace
+
+match_pair detail::regex_probe::search(regex_base const& re, char const* subject, unsigned length,
+                                       match_pair* subs, bool plain) {
+    if (!re.program_ || re.status_ != regex_base::ok)
+        return no_match;
+    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain);
+}
 
 match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned length, bool search,
                              bool exact_case, match_pair* subs) const {

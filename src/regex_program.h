@@ -42,7 +42,7 @@ enum re_kind : std::uint8_t {
     re_loop = 14,        // * and +: arg slot; body next1, exit next2
     re_count_loop = 15,  // {n,m}: arg slot | closure << 8; body next1, exit next2
     re_final = 16,
-    re_count_enter = 17, // arg slot: the count starts at 0
+    re_count_enter = 17, // arg slot: a loop starts: count 0, no body entered yet
     re_trail = 18,       // r/s: the reported span ends here
     re_count_next = 19,  // arg slot: one more repetition completed
 };
@@ -73,6 +73,15 @@ using re_set = std::uint32_t[8];  // 256 bits
 inline bool re_set_has(std::uint32_t const* set, unsigned c) noexcept {
     return (set[c >> 5] >> (c & 31)) & 1u;
 }
+
+// For the library's tests: the narrow search with the exploration chosen
+// (plain: every path, as for back-references; otherwise remembered).
+struct ZEL_API regex_probe {
+    static match_pair search(regex_base const& re, char const* subject, unsigned length,
+                             match_pair* subs, bool plain);
+    // Raises compile error `code` the way a compile does.
+    [[noreturn]] static void raise(unsigned code);
+};
 
 } // namespace detail
 

@@ -20,6 +20,8 @@
 
 #include <gtest/gtest.h>
 
+#include "../src/regex_program.h"
+
 namespace {
 
 using zel::match_pair;
@@ -426,6 +428,56 @@ TEST(RegexDifferential, AgreesWithPosixExtendedMatching) {
         regfree(&posix);
     }
     EXPECT_GT(compared, 4000);
+}
+
+// The remembered exploration cuts revisits; the plain one explores every
+// path. Both must report the same span and the same captures, counted
+// closures and trailing context included.
+TEST(RegexDifferential, RememberedAndPlainExplorationAgree) {
+    generator g(77);
+    for (int i = 0; i < 2500; ++i) {
+        std::string p = g.pattern();
+        if (g.pick(6) == 0)
+            p += "/" + g.branch(1);
+        zel::regex re(p.c_str());
+        ASSERT_EQ(re.status(), 1u) << p;
+        unsigned const n = re.subexpressions();
+        for (int k = 0; k < 3; ++k) {
+            std::string const s = g.subject();
+            match_pair a[64], b[64];
+            match_pair const remembered = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), a, false);
+            match_pair const plain = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), b, true);
+            ASSERT_EQ(remembered, plain) << "pattern " << p << " subject " << s;
+            for (unsigned j = 0; remembered.found() && j < n; ++j)
+                ASSERT_EQ(a[j], b[j]) << "group " << j << " of [" << p << "] on [" << s << "]" << remembered.position << "," << remembered.length;
+        }
+    }
+}
+
+// (a*)*b against thirty a's: every state at every position once.
+TEST(RegexDifferential, NestedClosuresStayPolynomial) {
+    zel::regex re("(a*)*b");
+    std::string s(30, 'a');
+    EXPECT_EQ(re.search(s.c_str()), none);
+    s += 'b';
+    EXPECT_EQ(re.search(s.c_str()), (match_pair{0, 31}));
+    zel::regex nested("((a|aa)+)+c");
+    std::string t(60, 'a');
+    EXPECT_EQ(nested.search(t.c_str()), none);
+}
+
+// Compile errors are raised on one line of src/re_compile.cpp (compile
+// catches them); the probe raises one the same way.
+TEST(RegexCompile, ErrorsAreRaisedFromOneSite) {
+    try {
+        zel::detail::regex_probe::raise(8);
+        ADD_FAILURE() << "nothing thrown";
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "invalid_argument");
+        EXPECT_STREQ(e.what(), "invalid closure specifier");
+        EXPECT_STREQ(e.file(), "src/re_compile.cpp");
+        EXPECT_EQ(e.line(), 248);
+    }
 }
 
 } // namespace

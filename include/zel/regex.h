@@ -61,6 +61,9 @@ enum wregex_alphabets : unsigned {
 };
 
 struct xbuf;             // a compiled program (internal layout)
+namespace detail {
+struct regex_probe;      // the library's own tests reach the matcher through it
+}
 struct parse_op_buffer;  // the compiler's working state (internal)
 
 // The heap the typed regex and wregex compile into.
@@ -163,6 +166,7 @@ protected:
                       bool exact_case, match_pair* subs) const;
 
 private:
+    friend struct detail::regex_probe;
     void create_xbuf(parse_op_buffer const* buffer);
     void copy_xbuf(xbuf const* program);
     void delete_xbuf() noexcept;
