@@ -397,9 +397,9 @@ struct generator {
             p += "$";
         return p;
     }
-    std::string subject() {
+    std::string subject(unsigned longest = 11) {
         std::string s;
-        for (unsigned n = pick(12); n; --n)
+        for (unsigned n = pick(longest + 1); n; --n)
             s += "abcab\n"[pick(6)];
         return s;
     }
@@ -443,7 +443,7 @@ TEST(RegexDifferential, RememberedAndPlainExplorationAgree) {
         ASSERT_EQ(re.status(), 1u) << p;
         unsigned const n = re.subexpressions();
         for (int k = 0; k < 3; ++k) {
-            std::string const s = g.subject();
+            std::string const s = g.subject(7);  // the plain exploration is exponential
             match_pair a[64], b[64];
             match_pair const remembered = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), a, false);
             match_pair const plain = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), b, true);
@@ -478,6 +478,47 @@ TEST(RegexCompile, ErrorsAreRaisedFromOneSite) {
         EXPECT_STREQ(e.file(), "src/re_compile.cpp");
         EXPECT_EQ(e.line(), 248);
     }
+}
+
+TEST(StringRegex, FindContainsAndSubstitute) {
+    zel::regex word("[a-z]+"), digits("\\d+"), star("x*");
+    zel::string s("Ab 12 cd 345");
+    EXPECT_EQ(s.find(word), (match_pair{1, 1}));
+    EXPECT_EQ(s.ifind(word), (match_pair{0, 2}));
+    EXPECT_EQ(s.find(digits, 4), (match_pair{4, 1}));  // positions count from the string's start
+    EXPECT_EQ(s.find(digits, 0, 4), (match_pair{3, 1}));
+    EXPECT_EQ(s.find(digits, 0, npos, true, true, true), (match_pair{9, 3}));
+    EXPECT_EQ(s.find(digits, 3, npos, false, true, false), (match_pair{3, 1}));  // the compare bound
+    EXPECT_EQ(s.find(digits, 12), none);
+    EXPECT_THROW(s.find(digits, 13), zel::out_of_range);
+    EXPECT_TRUE(s.contains(digits));
+    EXPECT_FALSE(s.contains(word, 9));
+    EXPECT_TRUE(s.icontains(word, 0, 1));
+
+    zel::string t(s);
+    EXPECT_EQ(t.tsub(digits, "#"), 2u);
+    EXPECT_EQ(t, "Ab # cd #");
+    EXPECT_EQ(s, "Ab 12 cd 345");  // the sharer is untouched
+    t = s;
+    EXPECT_EQ(t.tsub(digits, '*', 2, zel::string::sub_last), 1u);
+    EXPECT_EQ(t, "Ab 12 cd **");
+    EXPECT_EQ(t.itsub(word, t.substr(0, 2), zel::string::sub_first), 1u);
+    EXPECT_EQ(t, "Ab 12 cd **");
+    EXPECT_EQ(t.remove(word), 2u);
+    EXPECT_EQ(t, "A 12  **");
+    EXPECT_EQ(t.iremove(zel::regex("a")), 1u);
+    EXPECT_EQ(t.remove(star), 0u);  // only non-empty matches are replaced
+    EXPECT_EQ(t.tsub(digits, "x", 8u), 0u);  // an unknown flag does nothing
+    zel::regex anchored("^a");
+    zel::string u("aaab");
+    EXPECT_EQ(u.remove(anchored), 3u);  // each search starts a subject of its own
+    EXPECT_EQ(u, "b");
+
+    zel::wstring w(u"x12y3");
+    zel::wregex wd(reinterpret_cast<unsigned short const*>(u"\\d+"));
+    EXPECT_EQ(w.find(wd), (match_pair{1, 2}));
+    EXPECT_EQ(w.tsub(wd, u'-', 1), 2u);
+    EXPECT_TRUE(w == zel::wstring(u"x-y-"));
 }
 
 } // namespace
