@@ -225,14 +225,18 @@ bool bitv_equal(unsigned count, bitv_word const* a, bitv_word const* b) {
     return std::memcmp(a, b, std::size_t(count) * sizeof(bitv_word)) == 0;
 }
 
+// Splits a shift into words q and bits r; false when nothing is left to do.
+static bool split_shift(unsigned n, bitv_word* words, unsigned shift, unsigned& q, unsigned& r) {
+    q = shift / 32, r = shift % 32;
+    if (shift != 0 && q >= n)
+        oversized_clear(n, words);  // a shift past the vector
+    return shift != 0 && q < n;
+}
+
 void bitv_sh_left(unsigned n, bitv_word* words, unsigned shift) {
-    if (shift == 0)
+    unsigned q, r;
+    if (!split_shift(n, words, shift, q, r))
         return;
-    unsigned const q = shift / 32, r = shift % 32;
-    if (q >= n) {
-        oversized_clear(n, words);
-        return;
-    }
     if (q) {
         for (unsigned i = n; i-- > q;)
             words[i] = words[i - q];
@@ -246,13 +250,9 @@ void bitv_sh_left(unsigned n, bitv_word* words, unsigned shift) {
 }
 
 void bitv_sh_right(unsigned n, bitv_word* words, unsigned shift) {
-    if (shift == 0)
+    unsigned q, r;
+    if (!split_shift(n, words, shift, q, r))
         return;
-    unsigned const q = shift / 32, r = shift % 32;
-    if (q >= n) {
-        oversized_clear(n, words);
-        return;
-    }
     if (q) {
         for (unsigned i = 0; i + q < n; ++i)
             words[i] = words[i + q];
