@@ -67,6 +67,25 @@ void strings() {
                 c.find("quick"), zel::string("  padded  ").trim().c_str());
 }
 
+void patterns() {
+    section("Regular expressions");
+    char const* lines[] = {"total = 12.5e3;", "name = box_7", "-- no number here", "x = .25, y = -4"};
+    zel::regex number(zel::re_pat_double);
+    for (char const* line : lines) {  // grep: print each line with a number, and the first number
+        zel::match_pair const m = number.search(line);
+        if (m.found())
+            std::printf("%-20s number \"%.*s\" at %u\n", line, int(m.length), line + m.position,
+                        m.position);
+    }
+    zel::string text("x = .25, y = -4");
+    unsigned const n = text.tsub(number, "<n>");  // substitute every match
+    std::printf("%u substitutions: \"%s\"\n", n, text.c_str());
+    zel::regex bad("a b");
+    std::printf("compiling \"a b\": ");
+    bad.print_status(stdout);
+    std::printf("\n");
+}
+
 void timing() {
     section("A stopwatch that pauses");
     zel::stopwatch watch(true);
@@ -209,6 +228,7 @@ int main() {
     heaps();
     pool();
     strings();
+    patterns();
     timing();
     numbers();
     threads();

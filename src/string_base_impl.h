@@ -11,8 +11,10 @@
 #define ZEL_SRC_STRING_BASE_IMPL_H
 
 #include <algorithm>
+#include <vector>
 
 #include <zel/exception.h>
+#include <zel/regex.h>
 #include <zel/string.h>
 
 namespace zel {
@@ -215,6 +217,100 @@ unsigned string_base<C>::substitute(C const* pat, unsigned plen, C c, unsigned n
                                     bool exact) {
     string_base const replacement(e_->create(c, n));
     return substitute(pat, plen, replacement.data(), replacement.size(), flags, exact);
+}
+
+// --- regular expressions ---------------------------------------------------------------
+
+namespace detail {
+// The last non-empty match in text[0, n) (or the first match, when it is
+// empty), searching on from the end of each match; positions count from
+// text.
+template <class R, class C>
+match_pair last_match(R const& re, C const* text, unsigned n, bool exact) {
+    match_pair last{match_pair::none, match_pair::none};
+    for (unsigned offset = 0; offset <= n;) {
+        match_pair const m = re.search(text + offset, n - offset, nullptr, exact);
+        if (!m.found() || (m.length == 0 && last.found()))
+            break;
+        last = {offset + m.position, m.length};
+        if (m.length == 0)
+            break;
+        offset += m.position + m.length;
+    }
+    return last;
+}
+} // namespace detail
+
+template <class C>
+match_pair string_base<C>::find(regex_type const& re, unsigned pos, unsigned count, bool search,
+                                bool exact_case, bool last) const {
+    if (pos > size())
+        detail::string_out_of_range();
+    count = std::min(count, size() - pos);
+    C const* const text = data() + pos;
+    match_pair m = last     ? detail::last_match(re, text, count, exact_case)
+                   : search ? re.search(text, count, nullptr, exact_case)
+                            : re.compare(text, count, nullptr, exact_case);
+    if (m.found())
+        m.position += pos;
+    return m;
+}
+
+template <class C>
+unsigned string_base<C>::substitute(regex_type const& re, C const* rep, unsigned rlen, unsigned flags,
+                                    bool exact) {
+    if (!rep)
+        rlen = 0;
+    else if (rlen == npos)
+        rlen = traits_type::length(rep);
+    C const* const text = data();
+    unsigned const n = size();
+    switch (flags) {
+    case sub_all: {
+        // The matches lie in the original characters (each search resumes
+        // after the last match), so they are found first and the result is
+        // built in a new engine; the old one, which the replacement may
+        // point into, stays intact until then.
+        std::vector<match_pair> spans;
+        unsigned removed = 0;
+        for (unsigned offset = 0; offset <= n;) {
+            match_pair const m = re.search(text + offset, n - offset, nullptr, exact);
+            if (!m.found() || m.length == 0)
+                break;
+            spans.push_back({offset + m.position, m.length});
+            removed += m.length;
+            offset += m.position + m.length;
+        }
+        if (spans.empty())
+            return 0;
+        unsigned const count = unsigned(spans.size());
+        unsigned const m = n - removed + count * rlen;
+        engine_type* r = e_->allocate(m);
+        C* out = r->data();
+        unsigned from = 0;
+        for (match_pair const& span : spans) {
+            traits_type::copy(out, text + from, span.position - from);
+            out += span.position - from;
+            traits_type::copy(out, rep, rlen);
+            out += rlen;
+            from = span.position + span.length;
+        }
+        traits_type::copy(out, text + from, n - from);
+        adopt(r->terminate(m));
+        return count;
+    }
+    case sub_first:
+    case sub_last: {
+        match_pair const m = flags == sub_first ? re.search(text, n, nullptr, exact)
+                                                : detail::last_match(re, text, n, exact);
+        if (!m.found() || m.length == 0)
+            return 0;
+        edit(m.position, m.length, rep, rlen, 0, npos);
+        return 1;
+    }
+    default:
+        return 0;
+    }
 }
 
 // --- stripping, case and layout --------------------------------------------------------

@@ -50,6 +50,23 @@ struct string_flags {
     enum strip_flags : unsigned { strip_front = 16, strip_back = 32, strip_both = 48 };
 };
 
+// A span found by a regular expression: a position and a length. No match
+// is all bits set in both.
+struct match_pair {
+    unsigned position;
+    unsigned length;
+
+    static constexpr unsigned none = 0xFFFFFFFFu;
+    bool found() const noexcept { return position != none; }
+    friend bool operator==(match_pair a, match_pair b) noexcept {
+        return a.position == b.position && a.length == b.length;
+    }
+    friend bool operator!=(match_pair a, match_pair b) noexcept { return !(a == b); }
+};
+
+class regex_base;
+class wregex_base;
+
 // A position in a string: the string's address and an index, so it stays
 // valid while the string reallocates. The mutable form writes through at(),
 // which makes the engine private first.
@@ -111,6 +128,8 @@ public:
     using const_iterator = string_iterator<string_base const, C, C const&>;
     using reverse_iterator = std::reverse_iterator<iterator>;
     using const_reverse_iterator = std::reverse_iterator<const_iterator>;
+    // The regular-expression class over this character type.
+    using regex_type = std::conditional_t<std::is_same_v<C, char>, regex_base, wregex_base>;
     using hash_function = unsigned (*)(C const*);
     using string_hash_function = unsigned (*)(string_base const&);
 
@@ -295,11 +314,35 @@ public:
     ZEL_STRING_SEARCH_FAMILY(ifind_last_not_of, ifind_last_not_of, npos)
 #undef ZEL_STRING_SEARCH_FAMILY
 
-    // Whether the matching find (or ifind) yields a position.
+    // --- regular-expression search -----------------------------------------------
+    // The match of the expression in the characters from pos (count of
+    // them; npos: to the end) as a span of this string: positions count
+    // from the string's start, not from pos. No match is npos in both
+    // fields; pos past the size raises out_of_range. The long form chooses:
+    // search (false: the match must begin at pos, as regex_base::compare),
+    // exact_case, and last (true: the last match, searching on after each
+    // one; an empty match ends that scan).
+    match_pair find(regex_type const& re, unsigned pos = 0) const {
+        return find(re, pos, npos, true, true, false);
+    }
+    match_pair find(regex_type const& re, unsigned pos, unsigned count) const {
+        return find(re, pos, count, true, true, false);
+    }
+    match_pair find(regex_type const& re, unsigned pos, unsigned count, bool search, bool exact_case,
+                    bool last) const;
+    match_pair ifind(regex_type const& re, unsigned pos = 0) const {
+        return find(re, pos, npos, true, false, false);
+    }
+    match_pair ifind(regex_type const& re, unsigned pos, unsigned count) const {
+        return find(re, pos, count, true, false, false);
+    }
+
+    // Whether the matching find (or ifind) yields a position; with an
+    // expression, a match.
     template <class... A>
-    bool contains(A const&... a) const { return find(a...) != npos; }
+    bool contains(A const&... a) const { return found(find(a...)); }
     template <class... A>
-    bool icontains(A const&... a) const { return ifind(a...) != npos; }
+    bool icontains(A const&... a) const { return found(ifind(a...)); }
 
     // --- comparison -----------------------------------------------------------------
     // The characters from pos (count of them) against the other operand:
@@ -365,6 +408,33 @@ public:
     ZEL_STRING_REMOVE_FAMILY(remove, true)
     ZEL_STRING_REMOVE_FAMILY(iremove, false)
 #undef ZEL_STRING_REMOVE_FAMILY
+
+    // Substitution of the expression's matches, found as find does: every
+    // match (each search begins where the last match ended, and sees that
+    // place as a subject start, so ^ matches there), the first or the last.
+    // Only non-empty matches are replaced: a search that finds nothing
+    // longer than an empty match ends the substitution. The replacement
+    // may be a part of this string.
+#define ZEL_STRING_REGEX_SUB_FAMILY(name, exact)                                               \
+    unsigned name(regex_type const& re, string_base const& rep, unsigned flags = sub_all) {    \
+        return substitute(re, rep.data(), rep.size(), flags, exact);                           \
+    }                                                                                          \
+    unsigned name(regex_type const& re, C const* rep, unsigned flags = sub_all) {              \
+        return substitute(re, rep, npos, flags, exact);                                        \
+    }                                                                                          \
+    unsigned name(regex_type const& re, C c, unsigned n, unsigned flags = sub_all) {           \
+        string_base const replacement(e_->create(c, n));                                       \
+        return substitute(re, replacement.data(), replacement.size(), flags, exact);           \
+    }
+    ZEL_STRING_REGEX_SUB_FAMILY(tsub, true)
+    ZEL_STRING_REGEX_SUB_FAMILY(itsub, false)
+#undef ZEL_STRING_REGEX_SUB_FAMILY
+    unsigned remove(regex_type const& re, unsigned flags = sub_all) {
+        return substitute(re, nullptr, 0, flags, true);
+    }
+    unsigned iremove(regex_type const& re, unsigned flags = sub_all) {
+        return substitute(re, nullptr, 0, flags, false);
+    }
 
     // --- stripping ------------------------------------------------------------------
     // Removes the characters of the set from the chosen ends; a string made
@@ -480,6 +550,9 @@ private:
     unsigned substitute(C const* pat, unsigned plen, C const* rep, unsigned rlen, unsigned flags,
                         bool exact);
     unsigned substitute(C const* pat, unsigned plen, C c, unsigned n, unsigned flags, bool exact);
+    unsigned substitute(regex_type const& re, C const* rep, unsigned rlen, unsigned flags, bool exact);
+    static bool found(unsigned index) noexcept { return index != npos; }
+    static bool found(match_pair const& m) noexcept { return m.found(); }
     string_base& strip_set(C const* set, unsigned length, unsigned flags);
     string_base& transform(transform_kind kind, unsigned pos, unsigned count);
 

@@ -2,6 +2,7 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/bitset.h>
 #include <zel/callback.h>
 #include <zel/char_traits.h>
 #include <zel/comparator.h>
@@ -15,6 +16,7 @@
 #include <zel/memory.h>
 #include <zel/monitor.h>
 #include <zel/numconv.h>
+#include <zel/regex.h>
 #include <zel/sequence.h>
 #include <zel/stopwatch.h>
 #include <zel/string.h>

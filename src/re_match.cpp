@@ -1,0 +1,467 @@
+// The regular-expression matcher: compare, search and rsearch of regex_base
+// and wregex_base over a compiled program (see regex_program.h), written
+// once over the subject's unit type.
+//
+// The matcher explores every path of the state machine from each start
+// position with an explicit backtracking stack, and keeps the longest span
+// (the first one found among equal lengths, with its captures). Without
+// back-references, what can happen after a state depends only on the
+// state, the position, the counted closures' counters and (with trailing
+// context) where the reported span ends; so a second visit to the same
+// (state, position, counters, trail) from one start position can never
+// find a strictly longer match, and is cut. That keeps the time polynomial
+// ((a*)*b against 30 'a's visits each state at each position once).
+// Back-references make the future depend on the captures, so a pattern
+// with one explores every path.
+//
+// Loops never run an empty repetition twice at one position: each loop
+// remembers where its body was last entered, and a body that comes back to
+// that position leaves instead of entering again. Such a repetition could
+// only repeat the configuration it started from.
+#include "regex_program.h"
+
+#include <cctype>
+#include <cstring>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <zel/char_traits.h>
+#include <zel/exception.h>
+
+namespace zel {
+
+namespace {
+
+using namespace detail;
+
+constexpr unsigned npos = 0xFFFFFFFFu;
+constexpr match_pair no_match{npos, npos};
+constexpr unsigned max_groups = 64;
+constexpr unsigned max_slots = 256;
+
+// Backtracking stack entries: a choice to resume, or a value to restore on
+// the way back to it.
+enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit };
+
+struct entry {
+    std::uint8_t tag;
+    std::uint16_t index;
+    std::uint32_t a;
+    std::uint32_t b;
+};
+
+// The case forms of the codes 0..255 (the C library's tolower and toupper);
+// codes above have no case.
+struct case_map {
+    unsigned char lower[256];
+    unsigned char upper[256];
+
+    case_map() {
+        for (unsigned c = 0; c < 256; ++c) {
+            lower[c] = static_cast<unsigned char>(std::tolower(int(c)));
+            upper[c] = static_cast<unsigned char>(std::toupper(int(c)));
+        }
+    }
+};
+
+template <class U>
+class matcher {
+public:
+    matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, bool plain)
+        : p_(p), states_(p.states()), s_(s), full_(full),
+          end_(search ? full : (full < 1 ? full : 1)), exact_(exact),
+          memo_(plain ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
+          row_words_((p.top_state + 64u) / 64u) {
+        if (!exact)
+            cases_ = &case_table();
+        stack_.reserve(1024);
+    }
+
+    // The matcher of compare and search: every start position up to the
+    // subject end, until a non-empty match is recorded.
+    match_pair run(match_pair* subs) {
+        for (unsigned start = 0; start <= end_; ++start) {
+            unsigned const prev = start ? unsigned(s_[start - 1]) : 10u;
+            unsigned const unit = start < full_ ? unsigned(s_[start]) : 0u;
+            if (!starts(unit) && !(p_.anchored && prev == 10))
+                continue;
+            explore(start, subs);
+            if (best_.length != 0 && best_.length != npos)
+                break;
+        }
+        return best_;
+    }
+
+private:
+    enum memo_kind { memo_none, memo_rows, memo_keys };
+
+    static case_map const& case_table() {
+        static case_map const map;
+        return map;
+    }
+    unsigned lower(unsigned c) const noexcept { return c < 256 ? cases_->lower[c] : c; }
+    unsigned upper(unsigned c) const noexcept { return c < 256 ? cases_->upper[c] : c; }
+
+    bool starts(unsigned u) const noexcept {
+        if (u >= 256)
+            return true;  // the start set holds codes 0..255 only
+        std::uint32_t const* set = p_.start_set();
+        return re_set_has(set, u) || (!exact_ && (re_set_has(set, lower(u)) || re_set_has(set, upper(u))));
+    }
+    bool same(unsigned a, unsigned b) const noexcept { return a == b || (!exact_ && lower(a) == lower(b)); }
+    bool in_class(unsigned k, unsigned c) const noexcept {
+        if (c < 256)
+            return re_set_has(p_.set(k), c);
+        if (!(p_.features & re_has_alphabet))
+            return false;
+        std::uint32_t const* alpha = p_.alphabet();
+        return c >= alpha[0] && c < alpha[1] && re_set_has(alpha + 2 + k * 8, c - alpha[0]);
+    }
+    bool class_accepts(unsigned k, unsigned c) const noexcept {
+        return exact_ ? in_class(k, c) : in_class(k, lower(c)) || in_class(k, upper(c));
+    }
+    // Whether the b_length units at b follow at a (a_length units remain).
+    template <class V>
+    bool strequ(U const* a, unsigned a_length, V const* b, unsigned b_length) const noexcept {
+        if (a_length < b_length || b_length == npos)
+            return false;
+        for (unsigned i = 0; i < b_length; ++i)
+            if (!same(a[i], b[i]))
+                return false;
+        return true;
+    }
+
+    void push(std::uint8_t tag, unsigned index, unsigned a, unsigned b = 0) {
+        stack_.push_back({tag, std::uint16_t(index), a, b});
+    }
+    // Whether to go on at (state, position, counters, trail): a first visit
+    // goes on and is remembered; a revisit is cut once the first visit's
+    // exploration has ended (it found every length reachable from here,
+    // earlier). A revisit during that exploration, through a loop that
+    // came back without consuming, goes on: cutting it would let a later
+    // path's captures win.
+    bool go_on(unsigned state, unsigned pos) {
+        unsigned const rel = pos - start_;
+        if (memo_ == memo_rows) {
+            std::size_t const at = std::size_t(rel) * 2 * row_words_ + state / 64;
+            if (at >= rows_.size())
+                rows_.resize(std::max(rows_.size() * 2, at + 2 * row_words_), 0);
+            std::uint64_t const bit = std::uint64_t(1) << (state % 64);
+            if (rows_[at] & bit)
+                return !(rows_[at + row_words_] & bit);
+            rows_[at] |= bit;
+            if (rel >= rows_used_)
+                rows_used_ = rel + 1;
+            push(e_visit, state, pos);
+            return true;
+        }
+        key_.assign(reinterpret_cast<char const*>(&state), sizeof state);
+        key_.append(reinterpret_cast<char const*>(&rel), sizeof rel);
+        key_.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
+        key_.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
+        auto const found = keys_.emplace(key_, false);
+        if (!found.second)
+            return !found.first->second;
+        push(e_visit, 0, unsigned(visits_.size()));
+        visits_.push_back(&found.first->second);
+        return true;
+    }
+    void finished(entry const& e) {
+        if (memo_ == memo_rows)
+            rows_[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
+                std::uint64_t(1) << (e.index % 64);
+        else
+            *visits_[e.a] = true;
+    }
+
+    bool returned_empty(re_state const& st, unsigned pos) const noexcept {
+        return (st.kind == re_loop || st.kind == re_count_loop) && marks_[st.arg & 0xFF] == pos;
+    }
+
+    void record(unsigned start, unsigned pos, match_pair* subs) {
+        unsigned const end = trail_ != npos ? trail_ : pos;
+        unsigned const length = end - start;
+        if (best_.length != npos && length <= best_.length)
+            return;
+        best_ = {start, length};
+        if (subs)
+            std::memcpy(subs, captures_, p_.group_count * sizeof(match_pair));
+    }
+
+    void explore(unsigned start, match_pair* subs);
+
+    xbuf const& p_;
+    re_state const* states_;
+    U const* s_;
+    unsigned full_;  // the subject's length: strings and back-references reach this far
+    unsigned end_;   // the subject end: single-unit tests stop here
+    bool exact_;
+    memo_kind memo_;
+    unsigned row_words_;
+    case_map const* cases_ = nullptr;
+    match_pair best_ = no_match;
+
+    unsigned start_ = 0;
+    unsigned trail_ = npos;
+    match_pair captures_[max_groups];
+    std::uint32_t counters_[max_slots];
+    std::uint32_t marks_[max_slots];  // where each loop last entered its body
+    std::vector<entry> stack_;
+    std::vector<std::uint64_t> rows_;
+    unsigned rows_used_ = 0;
+    std::string key_;
+    std::unordered_map<std::string, bool> keys_;  // finished?
+    std::vector<bool*> visits_;
+};
+
+template <class U>
+void matcher<U>::explore(unsigned start, match_pair* subs) {
+    start_ = start;
+    trail_ = npos;
+    for (unsigned i = 0; i < p_.group_count; ++i)
+        captures_[i] = no_match;
+    for (unsigned i = 0; i < p_.slots; ++i)
+        marks_[i] = counters_[i] = npos;
+    if (memo_ == memo_rows) {
+        std::fill_n(rows_.begin(), std::size_t(rows_used_) * 2 * row_words_, 0);
+        rows_used_ = 0;
+    } else if (memo_ == memo_keys) {
+        keys_.clear();
+        visits_.clear();
+    }
+    stack_.clear();
+
+    unsigned state = p_.start, pos = start;
+    for (;;) {
+        re_state const& st = states_[state];
+        unsigned next = st.next1;
+        // A loop whose body came back empty leaves at once; that step is
+        // not a revisit (the path goes on with the captures it made).
+        if (memo_ != memo_none && !returned_empty(st, pos) && !go_on(state, pos))
+            goto fail;
+        switch (st.kind) {
+        case re_char:
+            if (pos < end_ && same(s_[pos], st.arg)) {
+                ++pos;
+                break;
+            }
+            goto fail;
+        case re_string: {
+            unsigned const n = st.arg >> 8;
+            if (pos < end_ && strequ(s_ + pos, full_ - pos, p_.literals() + (st.arg & 0xFF), n)) {
+                pos += n;
+                break;
+            }
+            goto fail;
+        }
+        case re_class:
+            if (pos < end_ && class_accepts(st.arg, s_[pos])) {
+                ++pos;
+                break;
+            }
+            goto fail;
+        case re_any:
+            if (pos < end_ && s_[pos] != 10 && s_[pos] != 13) {
+                ++pos;
+                break;
+            }
+            goto fail;
+        case re_backref: {
+            match_pair const c = captures_[st.arg];
+            if (pos < end_ && c.position != npos && strequ(s_ + pos, full_ - pos, s_ + c.position, c.length)) {
+                pos += c.length;
+                break;
+            }
+            goto fail;
+        }
+        case re_begin:
+            if (pos == 0 || s_[pos - 1] == 10 || s_[pos - 1] == 13)
+                break;
+            goto fail;
+        case re_end:
+            if (pos == end_ || s_[pos] == 10 || s_[pos] == 0 || s_[pos] == 13)
+                break;
+            goto fail;
+        case re_newline:
+            if (pos < end_ && (s_[pos] == 10 || s_[pos] == 13)) {
+                pos += (s_[pos] == 13 && pos + 1 < full_ && s_[pos + 1] == 10) ? 2 : 1;
+                break;
+            }
+            goto fail;
+        case re_split:
+            push(e_choice, st.next2, pos);
+            break;
+        case re_open:
+            push(e_capture, st.arg, captures_[st.arg].position, captures_[st.arg].length);
+            captures_[st.arg] = {pos, npos};
+            break;
+        case re_close:
+            push(e_capture, st.arg, captures_[st.arg].position, captures_[st.arg].length);
+            captures_[st.arg].length = pos - captures_[st.arg].position;
+            break;
+        case re_loop:
+            if (marks_[st.arg] == pos) {  // the body came back empty: leave
+                next = st.next2;
+                break;
+            }
+            push(e_choice, st.next2, pos);
+            push(e_mark, st.arg, marks_[st.arg]);
+            marks_[st.arg] = pos;
+            break;
+        case re_count_enter:
+            push(e_counter, st.arg, counters_[st.arg]);
+            push(e_mark, st.arg, marks_[st.arg]);
+            counters_[st.arg] = 0;
+            marks_[st.arg] = npos;
+            break;
+        case re_count_loop: {
+            unsigned const slot = st.arg & 0xFF;
+            re_pair const limits = p_.closures()[st.arg >> 8];
+            unsigned const count = counters_[slot];
+            bool const may_leave = count >= limits.first;
+            bool const may_enter = count < limits.second && !(may_leave && marks_[slot] == pos);
+            if (!may_enter) {
+                if (!may_leave)
+                    goto fail;
+                next = st.next2;
+                break;
+            }
+            if (may_leave)
+                push(e_choice, st.next2, pos);
+            push(e_mark, slot, marks_[slot]);
+            marks_[slot] = pos;
+            break;
+        }
+        case re_count_next: {
+            re_pair const limits = p_.closures()[states_[st.next1].arg >> 8];
+            unsigned count = counters_[st.arg] + 1;
+            if (limits.second == npos && count > limits.first)
+                count = limits.first;  // past the minimum an unbounded count no longer matters
+            push(e_counter, st.arg, counters_[st.arg]);
+            counters_[st.arg] = count;
+            break;
+        }
+        case re_trail:
+            push(e_trail, 0, trail_);
+            trail_ = pos;
+            break;
+        case re_final:
+            record(start, pos, subs);
+            if (pos == full_ && trail_ == npos)
+                return;  // nothing longer is possible from this start
+            goto fail;
+        default:  // linking and zero-width states
+            break;
+        }
+        state = next;
+        continue;
+    fail:
+        for (;;) {
+            if (stack_.empty())
+                return;
+            entry const e = stack_.back();
+            stack_.pop_back();
+            switch (e.tag) {
+            case e_choice: state = e.index; pos = e.a; break;
+            case e_capture: captures_[e.index] = {e.a, e.b}; continue;
+            case e_counter: counters_[e.index] = e.a; continue;
+            case e_mark: marks_[e.index] = e.a; continue;
+            case e_trail: trail_ = e.a; continue;
+            case e_visit: finished(e); continue;
+            }
+            break;
+        }
+    }
+}
+
+unsigned measure(void const* subject, unsigned unit_size) {
+    return unit_size == 1 ? unsigned(std::strlen(static_cast<char const*>(subject)))
+                          : char_traits<unsigned short>::length(static_cast<unsigned short const*>(subject));
+}
+
+template <class U>
+match_pair run_matcher(xbuf const& p, void const* subject, unsigned length, bool search,
+                       bool exact, match_pair* subs, bool plain) {
+    matcher<U> m(p, static_cast<U const*>(subject), length, search, exact, plain);
+    return m.run(subs);
+}
+
+} // namespace
+
+match_pair detail::regex_probe::search(regex_base const& re, char const* subject, unsigned length,
+                                       match_pair* subs, bool plain) {
+    if (!re.program_ || re.status_ != regex_base::ok)
+        return no_match;
+    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain);
+}
+
+match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned length, bool search,
+                             bool exact_case, match_pair* subs) const {
+    if (!program_ || status_ != ok || !subject)
+        return no_match;
+    if (length == npos)
+        length = measure(subject, unit_size);
+    bool const plain = (program_->features & re_has_backref) != 0;
+    return unit_size == 1 ? run_matcher<unsigned char>(*program_, subject, length, search, exact_case, subs, plain)
+                          : run_matcher<unsigned short>(*program_, subject, length, search, exact_case, subs, plain);
+}
+
+// Searches again after each match; an empty match ends the scan, and is
+// the result only when it is the first match found.
+match_pair regex_base::rmatch(void const* subject, unsigned unit_size, unsigned length,
+                              bool exact_case, match_pair* subs) const {
+    if (!program_ || status_ != ok || !subject)
+        return no_match;
+    if (length == npos)
+        length = measure(subject, unit_size);
+    match_pair last = no_match;
+    match_pair found[max_groups];
+    unsigned const groups = program_->group_count;
+    for (unsigned offset = 0; offset <= length;) {
+        void const* rest = static_cast<char const*>(subject) + std::size_t(offset) * unit_size;
+        match_pair const m = match(rest, unit_size, length - offset, true, exact_case, subs ? found : nullptr);
+        if (!m.found() || (m.length == 0 && last.found()))
+            break;
+        last = m;
+        if (subs)
+            std::memcpy(subs, found, groups * sizeof(match_pair));
+        if (m.length == 0)
+            break;
+        offset += m.position + m.length;
+    }
+    return last;
+}
+
+// --- the public forms -------------------------------------------------------------------
+
+namespace {
+template <class C>
+C const* part(string_base<C> const& s, unsigned pos, unsigned& count) {
+    if (pos > s.size())
+        throw out_of_range();
+    count = std::min(count, s.size() - pos);
+    return s.data() + pos;
+}
+} // namespace
+
+#define ZEL_REGEX_FORMS(cls, C, name, call)                                                     \
+    match_pair cls::name(C const* subject, unsigned length, match_pair* subs, bool exact_case) const { \
+        return call;                                                                            \
+    }                                                                                           \
+    match_pair cls::name(string_base<C> const& s, unsigned pos, unsigned count, match_pair* subs, \
+                         bool exact_case) const {                                               \
+        C const* const subject = part(s, pos, count);                                           \
+        unsigned const length = count;                                                          \
+        return call;                                                                            \
+    }
+
+ZEL_REGEX_FORMS(regex_base, char, compare, match(subject, 1, length, false, exact_case, subs))
+ZEL_REGEX_FORMS(regex_base, char, search, match(subject, 1, length, true, exact_case, subs))
+ZEL_REGEX_FORMS(regex_base, char, rsearch, rmatch(subject, 1, length, exact_case, subs))
+ZEL_REGEX_FORMS(wregex_base, unsigned short, compare, match(subject, 2, length, false, exact_case, subs))
+ZEL_REGEX_FORMS(wregex_base, unsigned short, search, match(subject, 2, length, true, exact_case, subs))
+ZEL_REGEX_FORMS(wregex_base, unsigned short, rsearch, rmatch(subject, 2, length, exact_case, subs))
+#undef ZEL_REGEX_FORMS
+
+} // namespace zel

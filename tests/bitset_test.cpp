@@ -1,0 +1,196 @@
+// Bit vectors: the bitv_* functions (bit order, ranges across words, text
+// conversion, enumeration, shifts, the checks with their pinned lines) and
+// the typed bitset<N> beside std::bitset on seeded random operations.
+#include <zel/bitset.h>
+
+#include <zel/exception.h>
+
+#include <bitset>
+#include <random>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zel::bitv_word;
+
+// Expects `f` to raise `name` through zel_throw at the given line of
+// src/bitset.cpp.
+template <class F>
+void expect_bitset_error(F f, char const* name, int line) {
+    try {
+        f();
+        ADD_FAILURE() << "nothing thrown, expected " << name;
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), name);
+        EXPECT_EQ(e.what(), nullptr);
+        EXPECT_STREQ(e.file(), "src/bitset.cpp");
+        EXPECT_EQ(e.line(), line);
+    }
+}
+
+TEST(BitVector, BitOrderAndRangesAcrossWords) {
+    bitv_word w[2] = {0, 0};
+    zel::bitv_set_bits(64, w, 31, 32, true);
+    EXPECT_EQ(w[0], 0x80000000u);
+    EXPECT_EQ(w[1], 1u);
+    zel::bitv_set_bits(64, w, 5, 3, true);  // first above last: nothing
+    EXPECT_EQ(w[0], 0x80000000u);
+    zel::bitv_set_bits(64, w, 0, 63, true);
+    EXPECT_EQ(w[0], 0xFFFFFFFFu);
+    EXPECT_EQ(w[1], 0xFFFFFFFFu);
+    zel::bitv_set_bits(64, w, 4, 35, false);
+    EXPECT_EQ(w[0], 0xFu);
+    EXPECT_EQ(w[1], 0xFFFFFFF0u);
+    zel::bitv_set_bit(64, w, 4, true);
+    zel::bitv_invert_bit(64, w, 63);
+    EXPECT_EQ(w[0], 0x1Fu);
+    EXPECT_EQ(w[1], 0x7FFFFFF0u);
+    EXPECT_TRUE(zel::bitv_test_bit(64, w, 4));
+    EXPECT_FALSE(zel::bitv_test_bit(64, w, 63));
+}
+
+TEST(BitVector, ChecksComeBeforeTheWriteOnTheirLines) {
+    bitv_word w[2] = {0x12345678u, 0x9ABCDEF0u};
+    expect_bitset_error([&] { zel::bitv_invert_bit(40, w, 40); }, "out_of_range", 95);
+    expect_bitset_error([&] { zel::bitv_set_bit(40, w, 40, true); }, "out_of_range", 113);
+    expect_bitset_error([&] { zel::bitv_set_bits(40, w, 0, 40, true); }, "out_of_range", 134);
+    expect_bitset_error([&] { zel::bitv_set_bits(40, w, 40, 0, true); }, "out_of_range", 134);
+    expect_bitset_error([&] { zel::bitv_test_bit(40, w, 41); }, "out_of_range", 162);
+    expect_bitset_error([&] { zel::bitv_enum(2, w, nullptr); }, "invalid_argument", 274);
+    EXPECT_EQ(w[0], 0x12345678u);
+    EXPECT_EQ(w[1], 0x9ABCDEF0u);
+}
+
+TEST(BitVector, TextConversion) {
+    bitv_word w[2] = {0xF0u, 0};
+    zel::bitv_from_string(8, w, "101", 0xFFFFFFFFu);
+    EXPECT_EQ(w[0], 0xF5u);  // bits 0 and 2 set, 1 cleared, 3..7 kept
+    zel::bitv_from_string(4, w, "00000000", 0xFFFFFFFFu);  // clipped to 4 bits
+    EXPECT_EQ(w[0], 0xF0u);
+    // A bad character raises by a plain throw, after the bits before it.
+    try {
+        zel::bitv_from_string(8, w, "11x1", 0xFFFFFFFFu);
+        ADD_FAILURE() << "nothing thrown";
+    } catch (zel::invalid_argument const& e) {
+        EXPECT_EQ(e.file(), nullptr);
+    }
+    EXPECT_EQ(w[0], 0xF3u);
+
+    bitv_word v[2] = {0x5u, 0x80u};
+    char buffer[41];
+    EXPECT_STREQ(zel::bitv_to_string(40, v, buffer, 8), "10100000");
+    EXPECT_STREQ(zel::bitv_to_string(40, v, buffer, 100),
+                 "1010000000000000000000000000000000000001");
+}
+
+TEST(BitVector, WordFunctionsAndEnumeration) {
+    bitv_word a[2] = {0xFF00FF00u, 0x1u}, b[2] = {0x0F0F0F0Fu, 0x3u}, r[2];
+    zel::bitv_and(2, a, b, r);
+    EXPECT_EQ(r[0], 0x0F000F00u);
+    zel::bitv_or(2, a, b, r);
+    EXPECT_EQ(r[1], 0x3u);
+    zel::bitv_xor(2, a, b, a);  // result may be an operand
+    EXPECT_EQ(a[0], 0xF00FF00Fu);
+    zel::bitv_invert(2, a, r);
+    EXPECT_EQ(r[0], 0x0FF00FF0u);
+    EXPECT_EQ(zel::bitv_count(2, a), 17u);
+    EXPECT_FALSE(zel::bitv_equal(2, a, r));
+    EXPECT_TRUE(zel::bitv_empty(0, a));
+
+    bitv_word zero[2] = {0, 0};
+    unsigned out[70];
+    EXPECT_TRUE(zel::bitv_empty(2, zero));
+    EXPECT_EQ(zel::bitv_enum(2, zero, out), 0u);
+    EXPECT_EQ(out[0], 0xFFFFFFFFu);
+    bitv_word some[2] = {0x80000001u, 0x4u};
+    ASSERT_EQ(zel::bitv_enum(2, some, out), 3u);
+    EXPECT_EQ(out[0], 0u);
+    EXPECT_EQ(out[1], 31u);
+    EXPECT_EQ(out[2], 34u);
+    EXPECT_EQ(out[3], 0xFFFFFFFFu);
+}
+
+TEST(BitVector, ShiftsMoveWordsThenBits) {
+    bitv_word w[2] = {0x80000001u, 0};
+    zel::bitv_sh_left(2, w, 33);
+    EXPECT_EQ(w[0], 0u);
+    EXPECT_EQ(w[1], 2u);
+    bitv_word x[3] = {0x80000001u, 0x1u, 0xF0000000u};
+    zel::bitv_sh_left(3, x, 1);  // bits past the top of the last word are lost, not masked
+    EXPECT_EQ(x[0], 2u);
+    EXPECT_EQ(x[1], 3u);
+    EXPECT_EQ(x[2], 0xE0000000u);
+    zel::bitv_sh_right(3, x, 33);
+    EXPECT_EQ(x[0], 0x1u);
+    EXPECT_EQ(x[1], 0x70000000u);
+    EXPECT_EQ(x[2], 0u);
+    zel::bitv_sh_right(3, x, 0);
+    EXPECT_EQ(x[0], 0x1u);
+}
+
+// The oversized clear writes n * 32 bytes: run it only on an array with
+// that room, and check it reaches exactly that far.
+TEST(BitVector, ShiftOfTheWholeVectorClearsEightTimesTheArray) {
+    bitv_word room[17];
+    for (bitv_word& w : room)
+        w = 0xA5A5A5A5u;
+    zel::bitv_sh_left(2, room, 64);  // 2 words: clears 64 bytes = 16 words
+    for (int i = 0; i < 16; ++i)
+        EXPECT_EQ(room[i], 0u) << i;
+    EXPECT_EQ(room[16], 0xA5A5A5A5u);
+    room[0] = 7;
+    zel::bitv_sh_right(1, room, 40);
+    EXPECT_EQ(room[0], 0u);
+}
+
+// bitset<N> beside std::bitset<N> on seeded random operations.
+template <unsigned N>
+void run_beside_std(unsigned seed) {
+    std::mt19937 rng(seed);
+    zel::bitset<N> z;
+    std::bitset<N> s;
+    for (int step = 0; step < 2000; ++step) {
+        unsigned const i = rng() % N;
+        switch (rng() % 9) {
+        case 0: z.set(i); s.set(i); break;
+        case 1: z.reset(i); s.reset(i); break;
+        case 2: z.flip(i); s.flip(i); break;
+        case 3: { unsigned const k = rng() % (N + 40); z <<= k; s <<= k; break; }
+        case 4: { unsigned const k = rng() % (N + 40); z >>= k; s >>= k; break; }
+        case 5: z = ~z; s = ~s; break;
+        case 6: { unsigned const j = i + rng() % (N - i); z.set(i, j, true); for (unsigned k = i; k <= j; ++k) s.set(k); break; }
+        case 7: z ^= zel::bitset<N>().set(i); s ^= std::bitset<N>().set(i); break;
+        default: z.set(); s.set(); break;
+        }
+        ASSERT_EQ(z.count(), s.count()) << step;
+        ASSERT_EQ(z.any(), s.any());
+        ASSERT_EQ(z.test(i), s.test(i));
+    }
+    std::string text = s.to_string();  // std prints bit N-1 first
+    EXPECT_EQ(z.to_string(), std::string(text.rbegin(), text.rend()));
+    EXPECT_TRUE(zel::bitset<N>(z.to_string().c_str()) == z);
+}
+
+TEST(Bitset, AgreesWithStdBitset) {
+    run_beside_std<1>(1);
+    run_beside_std<31>(2);
+    run_beside_std<32>(3);
+    run_beside_std<70>(4);
+    run_beside_std<256>(5);
+}
+
+TEST(Bitset, OperatorsAndChecks) {
+    zel::bitset<10> a("1100000001"), b("0110000000");
+    EXPECT_EQ((a & b).to_string(), "0100000000");
+    EXPECT_EQ((a | b).to_string(), "1110000001");
+    EXPECT_EQ((a ^ b).to_string(), "1010000001");
+    EXPECT_EQ((~a).count(), 7u);
+    EXPECT_EQ((a << 1).to_string(), "0110000000");
+    EXPECT_EQ((a >> 1).to_string(), "1000000010");
+    EXPECT_TRUE((a << 10).none());
+    EXPECT_THROW(a.test(10), zel::xexception);
+    EXPECT_THROW(zel::bitset<4>("10x0"), zel::invalid_argument);
+}
+
+} // namespace

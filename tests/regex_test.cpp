@@ -1,0 +1,524 @@
+// Regular expressions: the compiler's status codes and error locations, the
+// syntax the grammar admits, the matcher's documented results (longest
+// match, first-found captures, the compare bound, new-line pairs, anchors,
+// case rules, counted closures, trailing context), both character types,
+// the predefined patterns, and two seeded differential runs: against the C
+// library's POSIX extended matcher, and between the remembered and the
+// plain exploration.
+#include <zel/regex.h>
+
+#include <zel/exception.h>
+#include <zel/string.h>
+
+#include <regex.h>
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "../src/regex_program.h"
+
+namespace {
+
+using zel::match_pair;
+constexpr unsigned npos = 0xFFFFFFFFu;
+constexpr match_pair none{npos, npos};
+
+struct status {
+    unsigned code;
+    unsigned location;
+};
+
+status compile_status(char const* pattern, unsigned length = npos) {
+    zel::regex re;
+    re.compile(pattern, length);
+    return {re.status(), re.error_location()};
+}
+
+#define EXPECT_COMPILES(pattern) EXPECT_EQ(compile_status(pattern).code, 1u) << (pattern)
+#define EXPECT_FAILS(pattern, c, at)                                        \
+    do {                                                                    \
+        status const s_ = compile_status(pattern);                          \
+        EXPECT_EQ(s_.code, unsigned(c)) << (pattern);                       \
+        EXPECT_EQ(s_.location, unsigned(at)) << (pattern);                  \
+    } while (0)
+
+match_pair search(char const* pattern, char const* subject, bool exact = true) {
+    zel::regex re(pattern);
+    EXPECT_EQ(re.status(), 1u) << pattern;
+    return re.search(subject, npos, nullptr, exact);
+}
+
+match_pair compare(char const* pattern, char const* subject) {
+    zel::regex re(pattern);
+    EXPECT_EQ(re.status(), 1u) << pattern;
+    return re.compare(subject);
+}
+
+TEST(RegexCompile, InputChecksFailAtIndexZero) {
+    EXPECT_FAILS(nullptr, 19, 0);
+    EXPECT_FAILS("", 20, 0);
+    std::string p(127, 'a');
+    EXPECT_COMPILES(p.c_str());
+    p += 'a';
+    EXPECT_FAILS(p.c_str(), 21, 0);
+    zel::regex re;
+    EXPECT_EQ(re.status(), 0u);
+    EXPECT_EQ(re.error_location(), npos);
+}
+
+TEST(RegexCompile, QuotesEscapesAndWhiteSpace) {
+    EXPECT_FAILS("a b", 18, 1);
+    EXPECT_COMPILES("a\\ b");
+    EXPECT_COMPILES("\"a b\"");
+    EXPECT_FAILS("\"abc", 2, 3);
+    EXPECT_FAILS("ab\\", 3, 2);
+    EXPECT_FAILS("\\q", 3, 0);
+    EXPECT_FAILS("x\\c", 3, 1);
+    EXPECT_FAILS("\\xg1", 3, 0);
+    EXPECT_COMPILES("\\-\\,\\:\\*\\(\\{\\|\\/\\^\\\"\\\\");
+    EXPECT_COMPILES("\\cA\\c[\\x41\\e\\f\\n\\r\\t\\v\\z");
+    EXPECT_COMPILES("\"\"a");  // two quotation marks stand for nothing
+}
+
+TEST(RegexCompile, ClosuresAndTheirSpecifiers) {
+    EXPECT_FAILS("a**", 22, 2);
+    EXPECT_FAILS("a*?", 22, 2);
+    EXPECT_FAILS("a{2}*", 22, 4);
+    EXPECT_FAILS("a{2,1}", 8, 5);
+    EXPECT_FAILS("a{0}", 8, 3);
+    EXPECT_FAILS("a{,3}", 8, 2);
+    EXPECT_FAILS("a{}", 8, 2);
+    EXPECT_FAILS("a{2, 3}", 18, 4);
+    EXPECT_COMPILES("a{0,}");
+    EXPECT_COMPILES("a{1,1}");
+    // Thirty-one distinct pairs fit; a thirty-second closure fails even
+    // when its pair is already in the table.
+    std::string p;
+    for (int i = 2; i < 33; ++i)
+        p += "a{" + std::to_string(i) + "}";
+    EXPECT_EQ(compile_status(p.substr(0, 127).c_str()).code, 1u);
+    std::string q;
+    for (int i = 0; i < 31; ++i)
+        q += "a{2}";  // 124 units, one shared pair
+    EXPECT_COMPILES(q.c_str());
+    std::string r;
+    for (int i = 2; i < 22; ++i)
+        r += "a{" + std::to_string(i) + "}";  // 20 pairs in 114 units
+    EXPECT_COMPILES(r.c_str());
+}
+
+TEST(RegexCompile, GroupsAndBackReferences) {
+    EXPECT_COMPILES("(a)\\0");
+    EXPECT_FAILS("(a)\\1", 5, 3);
+    EXPECT_FAILS("\\0(a)", 5, 0);
+    EXPECT_COMPILES("(a\\0)");
+    EXPECT_COMPILES("()");
+    EXPECT_FAILS("(", 22, 1);
+    EXPECT_FAILS(")", 22, 0);
+    EXPECT_FAILS("a(b", 22, 3);
+    EXPECT_FAILS(std::string(65, '(').c_str(), 17, 64);
+    std::string q(63, '(');
+    q += std::string(63, ')');
+    EXPECT_COMPILES(q.c_str());
+}
+
+TEST(RegexCompile, ClassesAndNamedClasses) {
+    EXPECT_COMPILES("[\\d]");
+    EXPECT_FAILS("[\\1]", 3, 1);
+    EXPECT_FAILS("[:foo:]", 12, 2);
+    EXPECT_FAILS("[[:alpha:]]", 22, 1);
+    EXPECT_COMPILES("[:DIGIT:]");
+    EXPECT_COMPILES("[^:space:]");
+    EXPECT_FAILS("[]", 22, 1);
+    EXPECT_FAILS("[a^]", 22, 2);
+    EXPECT_FAILS("[a-\\d]", 22, 3);
+    EXPECT_COMPILES("[a b]");  // white space is a literal inside a class
+    // Thirty-two classes compile; a thirty-third fails even if equal to one
+    // before it.
+    std::string p;
+    for (char c : std::string("abcdefghijklmnopqrstuvwxyz012345"))
+        p += std::string("[") + c + "]";
+    EXPECT_COMPILES(p.substr(0, 96).c_str());
+    EXPECT_EQ(compile_status((p.substr(0, 96) + "[a]").c_str()).code, 13u);
+    EXPECT_EQ(compile_status((p.substr(0, 96) + "\\d").c_str()).code, 13u);
+}
+
+TEST(RegexCompile, AnchorsAndTrailingContext) {
+    EXPECT_FAILS("x^", 22, 1);
+    EXPECT_FAILS("$x", 22, 1);
+    EXPECT_COMPILES("^");
+    EXPECT_COMPILES("$");
+    EXPECT_COMPILES("^$");
+    EXPECT_COMPILES("^a|b$");
+    EXPECT_COMPILES("a/b");
+    EXPECT_FAILS("a/b/c", 22, 3);
+    EXPECT_COMPILES("(a/b)");
+    EXPECT_FAILS("a|", 22, 2);
+}
+
+TEST(RegexCompile, FailedCompileDropsTheProgram) {
+    zel::regex re("abc");
+    EXPECT_TRUE(re.search("xabc").found());
+    EXPECT_FALSE(re.compile("a b"));
+    EXPECT_EQ(re.status(), 18u);
+    EXPECT_EQ(re.error_location(), 1u);
+    EXPECT_EQ(re.search("xabc"), none);
+    EXPECT_EQ(re.compare("abc"), none);
+    EXPECT_EQ(re.rsearch("abc"), none);
+    EXPECT_TRUE(re.compile("b"));
+    EXPECT_EQ(re.error_location(), npos);
+}
+
+TEST(RegexCompile, PrintStatus) {
+    char text[128] = {};
+    std::FILE* f = fmemopen(text, sizeof text, "w");
+    zel::regex re;
+    re.print_status(f);
+    re.compile("a{2,1}");
+    std::fputc('|', f);
+    re.print_status(f);
+    re.compile("a");
+    std::fputc('|', f);
+    re.print_status(f);
+    std::fclose(f);
+    EXPECT_STREQ(text, "ready to compile|invalid closure specifier at index 5|OK - no errors");
+    EXPECT_STREQ(zel::regex_base::message(22), "syntax error");
+}
+
+TEST(RegexMatch, LongestLeftmostAndEmptyMatches) {
+    EXPECT_EQ(search("a*", "baa"), (match_pair{1, 2}));
+    EXPECT_EQ(search("a*", "bbb"), (match_pair{0, 0}));
+    EXPECT_EQ(search("a|ab", "xab"), (match_pair{1, 2}));
+    EXPECT_EQ(search("(a*)*b", "aaab"), (match_pair{0, 4}));
+    EXPECT_EQ(search("x", ""), none);
+    EXPECT_EQ(search("a{2,3}", "aaaa"), (match_pair{0, 3}));
+    EXPECT_EQ(search("(ab){2}", "abababab"), (match_pair{0, 4}));
+    EXPECT_EQ(search("(a|b){3,}", "xabbaab"), (match_pair{1, 6}));
+    EXPECT_EQ(search("(a*){2,}b", "aab"), (match_pair{0, 3}));
+    EXPECT_EQ(search("()a", "ba"), (match_pair{1, 1}));
+}
+
+TEST(RegexMatch, CapturesOfTheFirstPathAmongEqualLengths) {
+    zel::regex re("(a|ab)(c|bcd)");
+    match_pair subs[2];
+    EXPECT_EQ(re.search("abcd", npos, subs), (match_pair{0, 4}));
+    EXPECT_EQ(subs[0], (match_pair{0, 1}));
+    EXPECT_EQ(subs[1], (match_pair{1, 3}));
+    zel::regex alt("(a)|(a)");
+    EXPECT_EQ(alt.search("a", npos, subs), (match_pair{0, 1}));
+    EXPECT_EQ(subs[0], (match_pair{0, 1}));
+    EXPECT_EQ(subs[1], none);  // took no part
+    zel::regex greedy("(a*)(a*)");
+    EXPECT_EQ(greedy.search("aaa", npos, subs), (match_pair{0, 3}));
+    EXPECT_EQ(subs[0], (match_pair{0, 3}));
+    EXPECT_EQ(subs[1], (match_pair{3, 0}));
+    zel::regex dbl(zel::re_pat_double);
+    match_pair d[5];
+    ASSERT_EQ(dbl.subexpressions(), 5u);
+    EXPECT_EQ(dbl.search("x -12.5e+3y", npos, d), (match_pair{2, 8}));
+    EXPECT_EQ(d[0], (match_pair{3, 4}));
+    EXPECT_EQ(d[1], (match_pair{3, 4}));
+    EXPECT_EQ(d[2], none);
+    EXPECT_EQ(d[3], none);
+    EXPECT_EQ(d[4], (match_pair{7, 3}));
+}
+
+TEST(RegexMatch, CompareTestsTheFirstUnit) {
+    EXPECT_EQ(compare("abc", "abcdef"), (match_pair{0, 3}));
+    EXPECT_EQ(compare("a.c", "abcdef"), none);
+    EXPECT_EQ(compare("a", ""), none);
+    EXPECT_EQ(compare("a", "ab"), (match_pair{0, 1}));
+    EXPECT_EQ(compare("b", "ab"), none);
+    EXPECT_EQ(compare("(a)\\0", "aa"), none);  // a back-reference must start before the end
+    EXPECT_EQ(compare("a*", "aaa"), (match_pair{0, 1}));
+    EXPECT_EQ(compare("$", "x"), (match_pair{1, 0}));  // position 1 is the subject end
+}
+
+TEST(RegexMatch, AnchorsAndLineEnds) {
+    EXPECT_EQ(search("^b", "a\nb").position, 2u);
+    EXPECT_EQ(search("^b", "a\rb").position, 2u);
+    EXPECT_EQ(search("^b", "ab"), none);
+    EXPECT_EQ(search("a$", "ba\r\n"), (match_pair{1, 1}));
+    EXPECT_EQ(search("a$", "ab"), none);
+    EXPECT_EQ(search("^$", ""), (match_pair{0, 0}));
+    EXPECT_EQ(search("a\\nb", "a\r\nb"), (match_pair{0, 4}));
+    EXPECT_EQ(search("a\\nb", "a\rb"), (match_pair{0, 3}));
+    EXPECT_EQ(search("a.b", "a\nb"), none);
+    zel::regex not_x("[^x]");
+    EXPECT_EQ(not_x.search("\n\r\0y", 4), (match_pair{3, 1}));
+}
+
+TEST(RegexMatch, CaseRules) {
+    EXPECT_EQ(search("abc", "xABC", false), (match_pair{1, 3}));
+    EXPECT_EQ(search("abc", "xABC", true), none);
+    EXPECT_EQ(search("[a-z]", "Q", false), (match_pair{0, 1}));
+    EXPECT_EQ(search("[A-Z]+", "abC", false), (match_pair{0, 3}));
+    EXPECT_EQ(search("(a)\\0", "aA", false), (match_pair{0, 2}));
+    EXPECT_EQ(search("(a)\\0", "aA", true), none);
+}
+
+TEST(RegexMatch, TrailingContextAndBackReferences) {
+    EXPECT_EQ(search("ab/cd", "xabcd"), (match_pair{1, 2}));
+    EXPECT_EQ(search("ab/cd", "xabce"), none);
+    EXPECT_EQ(search("a*/b", "aaab"), (match_pair{0, 3}));
+    EXPECT_EQ(search("(a+)b\\0", "aabaa"), (match_pair{0, 5}));
+    EXPECT_EQ(search("(a+)b\\0", "aaba"), (match_pair{1, 3}));
+    EXPECT_EQ(search("(a\\0)", "aa"), none);  // an open group has captured nothing yet
+}
+
+TEST(RegexMatch, RsearchCountsFromTheEndOfThePreviousMatch) {
+    zel::regex re("ab");
+    EXPECT_EQ(re.rsearch("abxab"), (match_pair{1, 2}));
+    EXPECT_EQ(re.rsearch("xxab"), (match_pair{2, 2}));
+    EXPECT_EQ(re.rsearch("xx"), none);
+    zel::regex star("a*");
+    EXPECT_EQ(star.rsearch("baa"), (match_pair{1, 2}));  // the empty match at the end is not taken
+    EXPECT_EQ(star.rsearch("bbb"), (match_pair{0, 0}));
+}
+
+TEST(RegexMatch, StringFormsCountFromTheirPosition) {
+    zel::regex re("b+");
+    zel::string s("abba b");
+    EXPECT_EQ(re.search(s), (match_pair{1, 2}));
+    EXPECT_EQ(re.search(s, 3, npos), (match_pair{2, 1}));
+    EXPECT_EQ(re.search(s, 6, npos), none);
+    EXPECT_THROW(re.search(s, 7, npos), zel::out_of_range);
+    EXPECT_EQ(re.search(s, 0, 2), (match_pair{1, 1}));
+    EXPECT_EQ(re.compare(s, 1, npos), (match_pair{0, 1}));
+}
+
+TEST(RegexMatch, PredefinedPatterns) {
+    zel::regex id(zel::re_pat_identifier), integer(zel::re_pat_integer), dbl(zel::re_pat_double);
+    EXPECT_EQ(id.search("1 __x9_ y"), (match_pair{2, 5}));
+    EXPECT_EQ(integer.search("a-12b"), (match_pair{1, 3}));
+    EXPECT_EQ(dbl.search(".5"), (match_pair{0, 2}));
+    EXPECT_EQ(dbl.search("7."), (match_pair{0, 2}));
+    EXPECT_EQ(dbl.search("-"), none);
+}
+
+TEST(RegexMatch, CopiesOwnTheirProgram) {
+    zel::regex a("x+");
+    zel::regex b(a);
+    a.compile("y");
+    EXPECT_EQ(b.search("axxb"), (match_pair{1, 2}));
+    b = a;
+    EXPECT_EQ(b.search("axyb"), (match_pair{2, 1}));
+    b = b;
+    EXPECT_EQ(b.status(), 1u);
+    zel::regex failed("(");
+    b = failed;
+    EXPECT_EQ(b.status(), 22u);
+    EXPECT_EQ(b.search("("), none);
+}
+
+std::vector<unsigned short> wide(char16_t const* s) {
+    std::vector<unsigned short> v;
+    for (; *s; ++s)
+        v.push_back(static_cast<unsigned short>(*s));
+    v.push_back(0);
+    return v;
+}
+
+TEST(WideRegex, AlphabetClassesAndSubjects) {
+    auto pattern = wide(u"[\u03B1-\u03C9]+");
+    zel::wregex greek(pattern.data(), npos, zel::greek);
+    ASSERT_EQ(greek.status(), 1u);
+    auto subject = wide(u"ab\u03B3\u03B4c");
+    EXPECT_EQ(greek.search(subject.data()), (match_pair{2, 2}));
+    // A range outside the block is dropped, and the block's last code
+    // (its upper bound) is outside it.
+    zel::wregex cyr(wide(u"[\u03B1]x").data(), npos, zel::cyrillic);
+    EXPECT_EQ(cyr.search(wide(u"\u03B1x").data()), none);
+    zel::wregex last(wide(u"[\u03FF]").data(), npos, zel::greek);
+    EXPECT_EQ(last.search(wide(u"\u03FF").data()), none);
+    zel::wregex neg(wide(u"[^a]").data(), npos, zel::greek);
+    EXPECT_EQ(neg.search(wide(u"a\u03FE").data()), (match_pair{1, 1}));
+    zel::wregex lit(wide(u"\u3042+").data(), npos, zel::hiragana);
+    EXPECT_EQ(lit.search(wide(u"x\u3042\u3042").data()), (match_pair{1, 2}));
+    zel::wstring ws(u"xxAB");
+    zel::wregex ab(wide(u"ab").data());
+    EXPECT_EQ(ab.search(ws, 1, npos, nullptr, false), (match_pair{1, 2}));
+    EXPECT_EQ(ab.rsearch(wide(u"abab").data()), (match_pair{0, 2}));
+}
+
+// --- differential runs -----------------------------------------------------------
+
+// A generator of patterns from the subset both matchers share, over the
+// alphabet a, b, c, with subjects over a, b, c and new lines.
+struct generator {
+    std::mt19937 rng;
+    explicit generator(unsigned seed) : rng(seed) {}
+    unsigned pick(unsigned n) { return rng() % n; }
+
+    std::string atom(int depth) {
+        switch (pick(depth > 0 ? 8 : 6)) {
+        case 0: return ".";
+        case 1: return "[ab]";
+        case 2: return "[^a\n]";
+        case 3: return "b";
+        case 4: return "c";
+        case 5: return "a";
+        default: return "(" + alternatives(depth - 1) + ")";
+        }
+    }
+    std::string closed(int depth) {
+        std::string a = atom(depth);
+        switch (pick(9)) {
+        case 0: return a + "*";
+        case 1: return a + "+";
+        case 2: return a + "?";
+        case 3: return a + "{" + std::to_string(pick(3)) + "," + std::to_string(2 + pick(2)) + "}";
+        case 4: return a + "{" + std::to_string(1 + pick(2)) + "}";
+        default: return a;
+        }
+    }
+    std::string branch(int depth) {
+        std::string b;
+        for (unsigned n = 1 + pick(3); n; --n)
+            b += closed(depth);
+        return b;
+    }
+    std::string alternatives(int depth) {
+        std::string a = branch(depth);
+        if (pick(4) == 0)
+            a += "|" + branch(depth);
+        return a;
+    }
+    std::string pattern() {
+        std::string p = alternatives(2);
+        if (pick(8) == 0)
+            p = "^" + p;
+        if (pick(8) == 0)
+            p += "$";
+        return p;
+    }
+    std::string subject(unsigned longest = 11) {
+        std::string s;
+        for (unsigned n = pick(longest + 1); n; --n)
+            s += "abcab\n"[pick(6)];
+        return s;
+    }
+};
+
+TEST(RegexDifferential, AgreesWithPosixExtendedMatching) {
+    generator g(20240611);
+    int compared = 0;
+    for (int i = 0; i < 3000; ++i) {
+        std::string const p = g.pattern();
+        zel::regex re(p.c_str());
+        ASSERT_EQ(re.status(), 1u) << p;
+        if (re.search("").found())  // the common subset excludes patterns matching nothing
+            continue;
+        regex_t posix;
+        ASSERT_EQ(regcomp(&posix, p.c_str(), REG_EXTENDED | REG_NEWLINE), 0) << p;
+        for (int k = 0; k < 4; ++k) {
+            std::string const s = g.subject();
+            regmatch_t m[1];
+            match_pair expected = none;
+            if (regexec(&posix, s.c_str(), 1, m, 0) == 0)
+                expected = {unsigned(m[0].rm_so), unsigned(m[0].rm_eo - m[0].rm_so)};
+            ASSERT_EQ(re.search(s.c_str()), expected) << "pattern " << p << " subject " << s;
+            ++compared;
+        }
+        regfree(&posix);
+    }
+    EXPECT_GT(compared, 4000);
+}
+
+// The remembered exploration cuts revisits; the plain one explores every
+// path. Both must report the same span and the same captures, counted
+// closures and trailing context included.
+TEST(RegexDifferential, RememberedAndPlainExplorationAgree) {
+    generator g(77);
+    for (int i = 0; i < 2500; ++i) {
+        std::string p = g.pattern();
+        if (g.pick(6) == 0)
+            p += "/" + g.branch(1);
+        zel::regex re(p.c_str());
+        ASSERT_EQ(re.status(), 1u) << p;
+        unsigned const n = re.subexpressions();
+        for (int k = 0; k < 3; ++k) {
+            std::string const s = g.subject(7);  // the plain exploration is exponential
+            match_pair a[64], b[64];
+            match_pair const remembered = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), a, false);
+            match_pair const plain = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), b, true);
+            ASSERT_EQ(remembered, plain) << "pattern " << p << " subject " << s;
+            for (unsigned j = 0; remembered.found() && j < n; ++j)
+                ASSERT_EQ(a[j], b[j]) << "group " << j << " of [" << p << "] on [" << s << "]" << remembered.position << "," << remembered.length;
+        }
+    }
+}
+
+// (a*)*b against thirty a's: every state at every position once.
+TEST(RegexDifferential, NestedClosuresStayPolynomial) {
+    zel::regex re("(a*)*b");
+    std::string s(30, 'a');
+    EXPECT_EQ(re.search(s.c_str()), none);
+    s += 'b';
+    EXPECT_EQ(re.search(s.c_str()), (match_pair{0, 31}));
+    zel::regex nested("((a|aa)+)+c");
+    std::string t(60, 'a');
+    EXPECT_EQ(nested.search(t.c_str()), none);
+}
+
+// Compile errors are raised on one line of src/re_compile.cpp (compile
+// catches them); the probe raises one the same way.
+TEST(RegexCompile, ErrorsAreRaisedFromOneSite) {
+    try {
+        zel::detail::regex_probe::raise(8);
+        ADD_FAILURE() << "nothing thrown";
+    } catch (zel::xexception const& e) {
+        EXPECT_STREQ(e.name(), "invalid_argument");
+        EXPECT_STREQ(e.what(), "invalid closure specifier");
+        EXPECT_STREQ(e.file(), "src/re_compile.cpp");
+        EXPECT_EQ(e.line(), 248);
+    }
+}
+
+TEST(StringRegex, FindContainsAndSubstitute) {
+    zel::regex word("[a-z]+"), digits("\\d+"), star("x*");
+    zel::string s("Ab 12 cd 345");
+    EXPECT_EQ(s.find(word), (match_pair{1, 1}));
+    EXPECT_EQ(s.ifind(word), (match_pair{0, 2}));
+    EXPECT_EQ(s.find(digits, 4), (match_pair{4, 1}));  // positions count from the string's start
+    EXPECT_EQ(s.find(digits, 0, 4), (match_pair{3, 1}));
+    EXPECT_EQ(s.find(digits, 0, npos, true, true, true), (match_pair{9, 3}));
+    EXPECT_EQ(s.find(digits, 3, npos, false, true, false), (match_pair{3, 1}));  // the compare bound
+    EXPECT_EQ(s.find(digits, 12), none);
+    EXPECT_THROW(s.find(digits, 13), zel::out_of_range);
+    EXPECT_TRUE(s.contains(digits));
+    EXPECT_FALSE(s.contains(word, 9));
+    EXPECT_TRUE(s.icontains(word, 0, 1));
+
+    zel::string t(s);
+    EXPECT_EQ(t.tsub(digits, "#"), 2u);
+    EXPECT_EQ(t, "Ab # cd #");
+    EXPECT_EQ(s, "Ab 12 cd 345");  // the sharer is untouched
+    t = s;
+    EXPECT_EQ(t.tsub(digits, '*', 2, zel::string::sub_last), 1u);
+    EXPECT_EQ(t, "Ab 12 cd **");
+    EXPECT_EQ(t.itsub(word, t.substr(0, 2), zel::string::sub_first), 1u);
+    EXPECT_EQ(t, "Ab 12 cd **");
+    EXPECT_EQ(t.remove(word), 2u);
+    EXPECT_EQ(t, "A 12  **");
+    EXPECT_EQ(t.iremove(zel::regex("a")), 1u);
+    EXPECT_EQ(t.remove(star), 0u);  // only non-empty matches are replaced
+    EXPECT_EQ(t.tsub(digits, "x", 8u), 0u);  // an unknown flag does nothing
+    zel::regex anchored("^a");
+    zel::string u("aaab");
+    EXPECT_EQ(u.remove(anchored), 3u);  // each search starts a subject of its own
+    EXPECT_EQ(u, "b");
+
+    zel::wstring w(u"x12y3");
+    zel::wregex wd(reinterpret_cast<unsigned short const*>(u"\\d+"));
+    EXPECT_EQ(w.find(wd), (match_pair{1, 2}));
+    EXPECT_EQ(w.tsub(wd, u'-', 1), 2u);
+    EXPECT_TRUE(w == zel::wstring(u"x-y-"));
+}
+
+} // namespace
