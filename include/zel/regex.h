@@ -47,7 +47,8 @@
 namespace zel {
 
 // Ready-made patterns: a decimal number with optional sign, fraction and
-// exponent (four groups); an identifier; an integer.
+// exponent (its text has five groups: the mantissa, its three forms, and the
+// exponent); an identifier; an integer.
 ZEL_API extern char const* const re_pat_double;
 ZEL_API extern char const* const re_pat_identifier;
 ZEL_API extern char const* const re_pat_integer;
