@@ -20,8 +20,10 @@
 // only repeat the configuration it started from.
 #include "regex_program.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -51,6 +53,38 @@ struct entry {
     std::uint32_t b;
 };
 
+// A growable array whose first `inline_size` elements live in the owner's
+// own storage (the call's stack frame), so that a search that stays small
+// allocates nothing; beyond that it grows on the heap by blocks of
+// `inline_size` and is released with its owner.
+template <class T, std::size_t inline_size>
+class block_array {
+public:
+    block_array() noexcept = default;
+    block_array(block_array const&) = delete;
+    block_array& operator=(block_array const&) = delete;
+
+    T* data() noexcept { return data_; }
+    std::size_t capacity() const noexcept { return capacity_; }
+    // Grows to hold at least n elements, keeping the first `used`.
+    void reserve(std::size_t n, std::size_t used) {
+        if (n <= capacity_)
+            return;
+        std::size_t const grown = (n + inline_size - 1) / inline_size * inline_size;
+        std::unique_ptr<T[]> more(new T[grown]);
+        std::copy(data_, data_ + used, more.get());
+        heap_ = std::move(more);
+        data_ = heap_.get();
+        capacity_ = grown;
+    }
+
+private:
+    T inline_[inline_size];
+    std::unique_ptr<T[]> heap_;
+    T* data_ = inline_;
+    std::size_t capacity_ = inline_size;
+};
+
 // The case forms of the codes 0..255 (the C library's tolower and toupper);
 // codes above have no case.
 struct case_map {
@@ -75,13 +109,29 @@ public:
           row_words_((p.top_state + 64u) / 64u) {
         if (!exact)
             cases_ = &case_table();
-        stack_.reserve(1024);
+        if (memo_ != memo_none)
+            find_joins();
+        // A narrow subject with one possible first unit is scanned with
+        // memchr (a wide unit above 255 may begin any match).
+        if (sizeof(U) == 1 && !p.anchored && exact) {
+            std::uint32_t const* set = p.start_set();
+            unsigned members = 0;
+            for (unsigned w = 0; w < 8; ++w)
+                if (set[w]) {
+                    members += (set[w] & (set[w] - 1)) ? 2 : 1;
+                    first_unit_ = w * 32 + unsigned(__builtin_ctz(set[w]));
+                }
+            if (members != 1)
+                first_unit_ = npos;
+        }
     }
 
     // The matcher of compare and search: every start position up to the
     // subject end, until a non-empty match is recorded.
     match_pair run(match_pair* subs) {
         for (unsigned start = 0; start <= end_; ++start) {
+            if (first_unit_ != npos && (start = next_unit(start)) == npos)
+                break;
             unsigned const prev = start ? unsigned(s_[start - 1]) : 10u;
             unsigned const unit = start < full_ ? unsigned(s_[start]) : 0u;
             if (!starts(unit) && !(p_.anchored && prev == 10))
@@ -95,6 +145,33 @@ public:
 
 private:
     enum memo_kind { memo_none, memo_rows, memo_keys };
+
+    // Only a state that two edges lead to (or the start state and one
+    // more) can be reached twice at one position by different paths; any
+    // other is reached again only when its one predecessor is, so the
+    // remembered exploration records the joins alone.
+    void find_joins() {
+        unsigned char edges[256] = {};
+        edges[p_.start] = 1;
+        for (unsigned i = 1; i <= p_.top_state; ++i) {
+            ++edges[states_[i].next1];
+            ++edges[states_[i].next2];
+        }
+        for (unsigned i = 1; i <= p_.top_state; ++i)
+            if (edges[i] >= 2)
+                joins_[i / 64] |= std::uint64_t(1) << (i % 64);
+    }
+    bool is_join(unsigned state) const noexcept { return (joins_[state / 64] >> (state % 64)) & 1u; }
+
+    // The first start position from `from` on whose unit is the start
+    // set's only member, or npos. The subject end is a start position too;
+    // its unit is the one there, or 0 past the subject.
+    unsigned next_unit(unsigned from) const noexcept {
+        if (void const* hit = std::memchr(s_ + from, int(first_unit_), end_ - from))
+            return unsigned(static_cast<U const*>(hit) - s_);
+        unsigned const last = end_ < full_ ? unsigned(s_[end_]) : 0u;
+        return last == first_unit_ ? end_ : npos;
+    }
 
     static case_map const& case_table() {
         static case_map const map;
@@ -133,7 +210,9 @@ private:
     }
 
     void push(std::uint8_t tag, unsigned index, unsigned a, unsigned b = 0) {
-        stack_.push_back({tag, std::uint16_t(index), a, b});
+        if (depth_ == stack_.capacity())
+            stack_.reserve(depth_ + 1, depth_);
+        stack_.data()[depth_++] = {tag, std::uint16_t(index), a, b};
     }
     // Whether to go on at (state, position, counters, trail): a first visit
     // goes on and is remembered; a revisit is cut once the first visit's
@@ -144,15 +223,17 @@ private:
     bool go_on(unsigned state, unsigned pos) {
         unsigned const rel = pos - start_;
         if (memo_ == memo_rows) {
-            std::size_t const at = std::size_t(rel) * 2 * row_words_ + state / 64;
-            if (at >= rows_.size())
-                rows_.resize(std::max(rows_.size() * 2, at + 2 * row_words_), 0);
-            std::uint64_t const bit = std::uint64_t(1) << (state % 64);
-            if (rows_[at] & bit)
-                return !(rows_[at + row_words_] & bit);
-            rows_[at] |= bit;
-            if (rel >= rows_used_)
+            std::size_t const row = std::size_t(2) * row_words_;
+            if (rel >= rows_used_) {  // rows come into use cleared
+                rows_.reserve((std::size_t(rel) + 1) * row, rows_used_ * row);
+                std::fill(rows_.data() + rows_used_ * row, rows_.data() + (std::size_t(rel) + 1) * row, 0);
                 rows_used_ = rel + 1;
+            }
+            std::uint64_t* const at = rows_.data() + rel * row + state / 64;
+            std::uint64_t const bit = std::uint64_t(1) << (state % 64);
+            if (*at & bit)
+                return !(at[row_words_] & bit);
+            *at |= bit;
             push(e_visit, state, pos);
             return true;
         }
@@ -169,7 +250,7 @@ private:
     }
     void finished(entry const& e) {
         if (memo_ == memo_rows)
-            rows_[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
+            rows_.data()[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
                 std::uint64_t(1) << (e.index % 64);
         else
             *visits_[e.a] = true;
@@ -207,8 +288,11 @@ private:
     match_pair captures_[max_groups];
     std::uint32_t counters_[max_slots];
     std::uint32_t marks_[max_slots];  // where each loop last entered its body
-    std::vector<entry> stack_;
-    std::vector<std::uint64_t> rows_;
+    unsigned first_unit_ = npos;  // the start set's only member, if it has one
+    std::uint64_t joins_[4] = {};
+    block_array<entry, 1024> stack_;  // the backtracking stack
+    std::size_t depth_ = 0;
+    block_array<std::uint64_t, 512> rows_;  // visited, then finished, bits per position
     unsigned rows_used_ = 0;
     std::string key_;
     std::unordered_map<std::string, bool> keys_;  // finished?
@@ -223,14 +307,12 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         captures_[i] = no_match;
     for (unsigned i = 0; i < p_.slots; ++i)
         marks_[i] = counters_[i] = npos;
-    if (memo_ == memo_rows) {
-        std::fill_n(rows_.begin(), std::size_t(rows_used_) * 2 * row_words_, 0);
-        rows_used_ = 0;
-    } else if (memo_ == memo_keys) {
+    rows_used_ = 0;
+    if (memo_ == memo_keys) {
         keys_.clear();
         visits_.clear();
     }
-    stack_.clear();
+    depth_ = 0;
 
     unsigned state = p_.start, pos = start;
     for (;;) {
@@ -238,7 +320,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         unsigned next = st.next1;
         // A loop whose body came back empty leaves at once; that step is
         // not a revisit (the path goes on with the captures it made).
-        if (memo_ != memo_none && !returned_empty(st, pos) && !go_on(state, pos))
+        if (memo_ != memo_none && is_join(state) && !returned_empty(st, pos) && !go_on(state, pos))
             goto fail;
         switch (st.kind) {
         case re_char:
@@ -358,10 +440,9 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         continue;
     fail:
         for (;;) {
-            if (stack_.empty())
+            if (depth_ == 0)
                 return;
-            entry const e = stack_.back();
-            stack_.pop_back();
+            entry const e = stack_.data()[--depth_];
             switch (e.tag) {
             case e_choice: state = e.index; pos = e.a; break;
             case e_capture: captures_[e.index] = {e.a, e.b}; continue;
