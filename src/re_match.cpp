@@ -42,9 +42,10 @@ constexpr match_pair no_match{npos, npos};
 constexpr unsigned max_groups = 64;
 constexpr unsigned max_slots = 256;
 
-// Backtracking stack entries: a choice to resume, or a value to restore on
-// the way back to it.
-enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit };
+// Backtracking stack entries: a choice to resume, a value to restore on
+// the way back to it, or the rest of a run of repetitions to leave after
+// (e_run: from position a up to b, the last one left after).
+enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit, e_run };
 
 struct entry {
     std::uint8_t tag;
@@ -198,6 +199,15 @@ private:
     bool class_accepts(unsigned k, unsigned c) const noexcept {
         return exact_ ? in_class(k, c) : in_class(k, lower(c)) || in_class(k, upper(c));
     }
+    static bool single_unit(unsigned kind) noexcept { return kind == re_char || kind == re_class || kind == re_any; }
+    // The test of a single-unit state on unit u (before the subject end).
+    bool takes(re_state const& st, unsigned u) const noexcept {
+        switch (st.kind) {
+        case re_char: return same(u, st.arg);
+        case re_class: return class_accepts(st.arg, u);
+        default: return u != 10 && u != 13;
+        }
+    }
     // Whether the b_length units at b follow at a (a_length units remain).
     template <class V>
     bool strequ(U const* a, unsigned a_length, V const* b, unsigned b_length) const noexcept {
@@ -324,7 +334,9 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             goto fail;
         switch (st.kind) {
         case re_char:
-            if (pos < end_ && same(s_[pos], st.arg)) {
+        case re_class:
+        case re_any:
+            if (pos < end_ && takes(st, s_[pos])) {
                 ++pos;
                 break;
             }
@@ -337,18 +349,6 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             }
             goto fail;
         }
-        case re_class:
-            if (pos < end_ && class_accepts(st.arg, s_[pos])) {
-                ++pos;
-                break;
-            }
-            goto fail;
-        case re_any:
-            if (pos < end_ && s_[pos] != 10 && s_[pos] != 13) {
-                ++pos;
-                break;
-            }
-            goto fail;
         case re_backref: {
             match_pair const c = captures_[st.arg];
             if (pos < end_ && c.position != npos && strequ(s_ + pos, full_ - pos, s_ + c.position, c.length)) {
@@ -382,8 +382,24 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             push(e_capture, st.arg, captures_[st.arg].position, captures_[st.arg].length);
             captures_[st.arg].length = pos - captures_[st.arg].position;
             break;
-        case re_loop:
+        case re_loop: {
             if (marks_[st.arg] == pos) {  // the body came back empty: leave
+                next = st.next2;
+                break;
+            }
+            re_state const& body = states_[st.next1];
+            if (single_unit(body.kind) && body.next1 == state) {
+                // A loop over one single-unit test takes its whole run at
+                // once and leaves after it; the run entry then leaves after
+                // one repetition fewer each time it is popped, down to none:
+                // the order in which the repetitions would be undone one by
+                // one. The body never comes back empty, so the loop's mark
+                // is not needed.
+                unsigned const from = pos;
+                while (pos < end_ && takes(body, s_[pos]))
+                    ++pos;
+                if (pos != from)
+                    push(e_run, st.next2, from, pos);
                 next = st.next2;
                 break;
             }
@@ -391,6 +407,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             push(e_mark, st.arg, marks_[st.arg]);
             marks_[st.arg] = pos;
             break;
+        }
         case re_count_enter:
             push(e_counter, st.arg, counters_[st.arg]);
             push(e_mark, st.arg, marks_[st.arg]);
@@ -445,6 +462,12 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             entry const e = stack_.data()[--depth_];
             switch (e.tag) {
             case e_choice: state = e.index; pos = e.a; break;
+            case e_run:
+                state = e.index;
+                pos = e.b - 1;
+                if (pos != e.a)
+                    push(e_run, e.index, e.a, pos);
+                break;
             case e_capture: captures_[e.index] = {e.a, e.b}; continue;
             case e_counter: counters_[e.index] = e.a; continue;
             case e_mark: marks_[e.index] = e.a; continue;
