@@ -780,6 +780,21 @@ unsigned parse_op_buffer::new_state(std::uint8_t kind, unsigned arg) {
     return top_state;
 }
 
+// A state that two edges lead to (the machine's entry counting as one) can
+// be reached twice at one position along different paths; the matcher
+// remembers its visits at these states only.
+static void mark_joins(re_state* states, unsigned top, unsigned start) noexcept {
+    unsigned short edges[256] = {};
+    edges[start] = 1;
+    for (unsigned i = 1; i <= top; ++i) {
+        ++edges[states[i].next1];
+        ++edges[states[i].next2];
+    }
+    for (unsigned i = 1; i <= top; ++i)
+        if (edges[i] >= 2)
+            states[i].flags |= re_join;
+}
+
 void parse_op_buffer::build() {
     fragment stack[max_ops];
     unsigned sp = 0;
@@ -898,6 +913,7 @@ void parse_op_buffer::build() {
     else
         link(whole.end, new_state(re_final));
     start_state = whole.start;
+    mark_joins(states, top_state, start_state);
 }
 
 // --- start set -------------------------------------------------------------------------

@@ -10,9 +10,17 @@
 // context) where the reported span ends; so a second visit to the same
 // (state, position, counters, trail) from one start position can never
 // find a strictly longer match, and is cut. That keeps the time polynomial
-// ((a*)*b against 30 'a's visits each state at each position once).
-// Back-references make the future depend on the captures, so a pattern
-// with one explores every path.
+// ((a*)*b against 30 'a's takes microseconds). Visits are remembered at
+// join states only (two edges lead there; the compiler marks them): any
+// other state is reached again at a position only when its one
+// predecessor is. Back-references make the future depend on the captures,
+// so a pattern with one explores every path.
+//
+// Two shortcuts keep every result: a loop over one single-unit test takes
+// its whole run at once and, on backtracking, leaves after each shorter run
+// in turn; a narrow subject whose matches can begin with one unit only is
+// scanned for it with memchr. The library's tests hold the matcher to the
+// reference exploration, which takes no shortcut and remembers nothing.
 //
 // Loops never run an empty repetition twice at one position: each loop
 // remembers where its body was last entered, and a body that comes back to
@@ -100,21 +108,24 @@ struct case_map {
     }
 };
 
+// How a matcher explores: remembering visits (without back-references),
+// every path (with them), or every path one repetition at a time with no
+// shortcut at all: the reference the library's tests hold the others to.
+enum exploration { remembered, every_path, reference };
+
 template <class U>
 class matcher {
 public:
-    matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, bool plain)
+    matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, exploration how)
         : p_(p), states_(p.states()), s_(s), full_(full),
           end_(search ? full : (full < 1 ? full : 1)), exact_(exact),
-          memo_(plain ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
-          row_words_((p.top_state + 64u) / 64u) {
+          memo_(how != remembered ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
+          shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u) {
         if (!exact)
             cases_ = &case_table();
-        if (memo_ != memo_none)
-            find_joins();
         // A narrow subject with one possible first unit is scanned with
         // memchr (a wide unit above 255 may begin any match).
-        if (sizeof(U) == 1 && !p.anchored && exact) {
+        if (sizeof(U) == 1 && !p.anchored && exact && shortcuts_) {
             std::uint32_t const* set = p.start_set();
             unsigned members = 0;
             for (unsigned w = 0; w < 8; ++w)
@@ -146,23 +157,6 @@ public:
 
 private:
     enum memo_kind { memo_none, memo_rows, memo_keys };
-
-    // Only a state that two edges lead to (or the start state and one
-    // more) can be reached twice at one position by different paths; any
-    // other is reached again only when its one predecessor is, so the
-    // remembered exploration records the joins alone.
-    void find_joins() {
-        unsigned char edges[256] = {};
-        edges[p_.start] = 1;
-        for (unsigned i = 1; i <= p_.top_state; ++i) {
-            ++edges[states_[i].next1];
-            ++edges[states_[i].next2];
-        }
-        for (unsigned i = 1; i <= p_.top_state; ++i)
-            if (edges[i] >= 2)
-                joins_[i / 64] |= std::uint64_t(1) << (i % 64);
-    }
-    bool is_join(unsigned state) const noexcept { return (joins_[state / 64] >> (state % 64)) & 1u; }
 
     // The first start position from `from` on whose unit is the start
     // set's only member, or npos. The subject end is a start position too;
@@ -289,6 +283,7 @@ private:
     unsigned end_;   // the subject end: single-unit tests stop here
     bool exact_;
     memo_kind memo_;
+    bool shortcuts_;  // runs of one-unit loops at once; memchr to a lone first unit
     unsigned row_words_;
     case_map const* cases_ = nullptr;
     match_pair best_ = no_match;
@@ -299,7 +294,6 @@ private:
     std::uint32_t counters_[max_slots];
     std::uint32_t marks_[max_slots];  // where each loop last entered its body
     unsigned first_unit_ = npos;  // the start set's only member, if it has one
-    std::uint64_t joins_[4] = {};
     block_array<entry, 1024> stack_;  // the backtracking stack
     std::size_t depth_ = 0;
     block_array<std::uint64_t, 512> rows_;  // visited, then finished, bits per position
@@ -330,7 +324,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         unsigned next = st.next1;
         // A loop whose body came back empty leaves at once; that step is
         // not a revisit (the path goes on with the captures it made).
-        if (memo_ != memo_none && is_join(state) && !returned_empty(st, pos) && !go_on(state, pos))
+        if (memo_ != memo_none && (st.flags & re_join) && !returned_empty(st, pos) && !go_on(state, pos))
             goto fail;
         switch (st.kind) {
         case re_char:
@@ -388,17 +382,18 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
                 break;
             }
             re_state const& body = states_[st.next1];
-            if (single_unit(body.kind) && body.next1 == state) {
+            if (shortcuts_ && single_unit(body.kind) && body.next1 == state) {
                 // A loop over one single-unit test takes its whole run at
                 // once and leaves after it; the run entry then leaves after
                 // one repetition fewer each time it is popped, down to none:
                 // the order in which the repetitions would be undone one by
                 // one. The body never comes back empty, so the loop's mark
-                // is not needed.
+                // is not needed. When the loop leaves straight to the final
+                // state, the shorter ends could only record shorter spans.
                 unsigned const from = pos;
                 while (pos < end_ && takes(body, s_[pos]))
                     ++pos;
-                if (pos != from)
+                if (pos != from && states_[st.next2].kind != re_final)
                     push(e_run, st.next2, from, pos);
                 next = st.next2;
                 break;
@@ -486,8 +481,8 @@ unsigned measure(void const* subject, unsigned unit_size) {
 
 template <class U>
 match_pair run_matcher(xbuf const& p, void const* subject, unsigned length, bool search,
-                       bool exact, match_pair* subs, bool plain) {
-    matcher<U> m(p, static_cast<U const*>(subject), length, search, exact, plain);
+                       bool exact, match_pair* subs, exploration how) {
+    matcher<U> m(p, static_cast<U const*>(subject), length, search, exact, how);
     return m.run(subs);
 }
 
@@ -497,7 +492,7 @@ match_pair detail::regex_probe::search(regex_base const& re, char const* subject
                                        match_pair* subs, bool plain) {
     if (!re.program_ || re.status_ != regex_base::ok)
         return no_match;
-    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain);
+    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain ? reference : remembered);
 }
 
 match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned length, bool search,
@@ -506,9 +501,9 @@ match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned l
         return no_match;
     if (length == npos)
         length = measure(subject, unit_size);
-    bool const plain = (program_->features & re_has_backref) != 0;
-    return unit_size == 1 ? run_matcher<unsigned char>(*program_, subject, length, search, exact_case, subs, plain)
-                          : run_matcher<unsigned short>(*program_, subject, length, search, exact_case, subs, plain);
+    exploration const how = (program_->features & re_has_backref) ? every_path : remembered;
+    return unit_size == 1 ? run_matcher<unsigned char>(*program_, subject, length, search, exact_case, subs, how)
+                          : run_matcher<unsigned short>(*program_, subject, length, search, exact_case, subs, how);
 }
 
 // Searches again after each match; an empty match ends the scan, and is
