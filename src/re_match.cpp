@@ -142,8 +142,12 @@ public:
     // subject end, until a non-empty match is recorded.
     match_pair run(match_pair* subs) {
         for (unsigned start = 0; start <= end_; ++start) {
-            if (first_unit_ != npos && (start = next_unit(start)) == npos)
-                break;
+            if (first_unit_ != npos) {
+                if ((start = next_unit(start)) == npos)
+                    break;
+            } else if (exact_ && !p_.anchored) {
+                start = next_start(start);
+            }
             unsigned const prev = start ? unsigned(s_[start - 1]) : 10u;
             unsigned const unit = start < full_ ? unsigned(s_[start]) : 0u;
             if (!starts(unit) && !(p_.anchored && prev == 10))
@@ -158,6 +162,14 @@ public:
 private:
     enum memo_kind { memo_none, memo_rows, memo_keys };
 
+    // Passes over the units before the subject end that cannot begin a
+    // match (exact case, no anchor: the start set alone decides).
+    unsigned next_start(unsigned start) const noexcept {
+        std::uint32_t const* set = p_.start_set();
+        while (start < end_ && s_[start] < 256 && !re_set_has(set, s_[start]))
+            ++start;
+        return start;
+    }
     // The first start position from `from` on whose unit is the start
     // set's only member, or npos. The subject end is a start position too;
     // its unit is the one there, or 0 past the subject.
@@ -241,15 +253,18 @@ private:
             push(e_visit, state, pos);
             return true;
         }
-        key_.assign(reinterpret_cast<char const*>(&state), sizeof state);
-        key_.append(reinterpret_cast<char const*>(&rel), sizeof rel);
-        key_.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
-        key_.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
-        auto const found = keys_.emplace(key_, false);
+        if (!keys_)
+            keys_.reset(new key_memo);
+        std::string& key = keys_->key;
+        key.assign(reinterpret_cast<char const*>(&state), sizeof state);
+        key.append(reinterpret_cast<char const*>(&rel), sizeof rel);
+        key.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
+        key.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
+        auto const found = keys_->seen.emplace(key, false);
         if (!found.second)
             return !found.first->second;
-        push(e_visit, 0, unsigned(visits_.size()));
-        visits_.push_back(&found.first->second);
+        push(e_visit, 0, unsigned(keys_->visits.size()));
+        keys_->visits.push_back(&found.first->second);
         return true;
     }
     void finished(entry const& e) {
@@ -257,7 +272,7 @@ private:
             rows_.data()[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
                 std::uint64_t(1) << (e.index % 64);
         else
-            *visits_[e.a] = true;
+            *keys_->visits[e.a] = true;
     }
 
     bool returned_empty(re_state const& st, unsigned pos) const noexcept {
@@ -298,9 +313,14 @@ private:
     std::size_t depth_ = 0;
     block_array<std::uint64_t, 512> rows_;  // visited, then finished, bits per position
     unsigned rows_used_ = 0;
-    std::string key_;
-    std::unordered_map<std::string, bool> keys_;  // finished?
-    std::vector<bool*> visits_;
+    // With counters or trailing context the visits are remembered by key
+    // (state, position, trail, counters); made on the first visit.
+    struct key_memo {
+        std::string key;
+        std::unordered_map<std::string, bool> seen;  // finished?
+        std::vector<bool*> visits;
+    };
+    std::unique_ptr<key_memo> keys_;
 };
 
 template <class U>
@@ -312,9 +332,9 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
     for (unsigned i = 0; i < p_.slots; ++i)
         marks_[i] = counters_[i] = npos;
     rows_used_ = 0;
-    if (memo_ == memo_keys) {
-        keys_.clear();
-        visits_.clear();
+    if (keys_) {
+        keys_->seen.clear();
+        keys_->visits.clear();
     }
     depth_ = 0;
 
