@@ -84,6 +84,8 @@ inline bool re_set_has(std::uint32_t const* set, unsigned c) noexcept {
 struct ZEL_API regex_probe {
     static match_pair search(regex_base const& re, char const* subject, unsigned length,
                              match_pair* subs, bool plain);
+    // The compiled program (null without one).
+    static xbuf const* program(regex_base const& re);
     // Raises compile error `code` the way a compile does.
     [[noreturn]] static void raise(unsigned code);
 };
