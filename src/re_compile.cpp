@@ -780,6 +780,21 @@ unsigned parse_op_buffer::new_state(std::uint8_t kind, unsigned arg) {
     return top_state;
 }
 
+// A state that two edges lead to (the machine's entry counting as one) can
+// be reached twice at one position along different paths; the matcher
+// remembers its visits at these states only.
+static void mark_joins(re_state* states, unsigned top, unsigned start) noexcept {
+    unsigned short edges[256] = {};
+    edges[start] = 1;
+    for (unsigned i = 1; i <= top; ++i) {
+        ++edges[states[i].next1];
+        ++edges[states[i].next2];
+    }
+    for (unsigned i = 1; i <= top; ++i)
+        if (edges[i] >= 2)
+            states[i].flags |= re_join;
+}
+
 void parse_op_buffer::build() {
     fragment stack[max_ops];
     unsigned sp = 0;
@@ -898,6 +913,7 @@ void parse_op_buffer::build() {
     else
         link(whole.end, new_state(re_final));
     start_state = whole.start;
+    mark_joins(states, top_state, start_state);
 }
 
 // --- start set -------------------------------------------------------------------------
@@ -954,6 +970,8 @@ void parse_op_buffer::compute_start_set() {
             }
     }
 }
+
+xbuf const* detail::regex_probe::program(regex_base const& re) { return re.program_; }
 
 void detail::regex_probe::raise(unsigned code) {
     parse_op_buffer buffer(256, 512);
@@ -1017,7 +1035,14 @@ bool regex_base::compile_units(unsigned short const* pattern, unsigned length) {
 }
 
 // Sizes rounded up to the next multiple of 16; a multiple still gains 16.
-static unsigned round16(unsigned n) noexcept { return (n / 16 + 1) * 16; }
+static constexpr unsigned round16(unsigned n) noexcept { return (n / 16 + 1) * 16; }
+
+// The header's offsets are 16-bit: the largest program the tables allow
+// (every state, every literal unit, class, closure and group at once, and
+// a wide alphabet) ends far below 64 KB.
+static_assert(round16((max_states + 1) * 8) + round16(max_units) * 2 + (max_classes + 1) * 32 +
+                      max_closures * 8 + max_groups * 8 + 8 + max_classes * 32 <= 0xFFFF,
+              "the program header's 16-bit offsets reach every area");
 
 void regex_base::create_xbuf(parse_op_buffer const* b) {
     // Narrow expressions use the block 256..512, which no wide block has:

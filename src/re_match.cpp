@@ -10,9 +10,17 @@
 // context) where the reported span ends; so a second visit to the same
 // (state, position, counters, trail) from one start position can never
 // find a strictly longer match, and is cut. That keeps the time polynomial
-// ((a*)*b against 30 'a's visits each state at each position once).
-// Back-references make the future depend on the captures, so a pattern
-// with one explores every path.
+// ((a*)*b against 30 'a's takes microseconds). Visits are remembered at
+// join states only (two edges lead there; the compiler marks them): any
+// other state is reached again at a position only when its one
+// predecessor is. Back-references make the future depend on the captures,
+// so a pattern with one explores every path.
+//
+// Two shortcuts keep every result: a loop over one single-unit test takes
+// its whole run at once and, on backtracking, leaves after each shorter run
+// in turn; a narrow subject whose matches can begin with one unit only is
+// scanned for it with memchr. The library's tests hold the matcher to the
+// reference exploration, which takes no shortcut and remembers nothing.
 //
 // Loops never run an empty repetition twice at one position: each loop
 // remembers where its body was last entered, and a body that comes back to
@@ -20,8 +28,10 @@
 // only repeat the configuration it started from.
 #include "regex_program.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -40,15 +50,48 @@ constexpr match_pair no_match{npos, npos};
 constexpr unsigned max_groups = 64;
 constexpr unsigned max_slots = 256;
 
-// Backtracking stack entries: a choice to resume, or a value to restore on
-// the way back to it.
-enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit };
+// Backtracking stack entries: a choice to resume, a value to restore on
+// the way back to it, or the rest of a run of repetitions to leave after
+// (e_run: from position a up to b, the last one left after).
+enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit, e_run };
 
 struct entry {
     std::uint8_t tag;
     std::uint16_t index;
     std::uint32_t a;
     std::uint32_t b;
+};
+
+// A growable array whose first `inline_size` elements live in the owner's
+// own storage (the call's stack frame), so that a search that stays small
+// allocates nothing; beyond that it grows on the heap by blocks of
+// `inline_size` and is released with its owner.
+template <class T, std::size_t inline_size>
+class block_array {
+public:
+    block_array() noexcept = default;
+    block_array(block_array const&) = delete;
+    block_array& operator=(block_array const&) = delete;
+
+    T* data() noexcept { return data_; }
+    std::size_t capacity() const noexcept { return capacity_; }
+    // Grows to hold at least n elements, keeping the first `used`.
+    void reserve(std::size_t n, std::size_t used) {
+        if (n <= capacity_)
+            return;
+        std::size_t const grown = (n + inline_size - 1) / inline_size * inline_size;
+        std::unique_ptr<T[]> more(new T[grown]);
+        std::copy(data_, data_ + used, more.get());
+        heap_ = std::move(more);
+        data_ = heap_.get();
+        capacity_ = grown;
+    }
+
+private:
+    T inline_[inline_size];
+    std::unique_ptr<T[]> heap_;
+    T* data_ = inline_;
+    std::size_t capacity_ = inline_size;
 };
 
 // The case forms of the codes 0..255 (the C library's tolower and toupper);
@@ -65,23 +108,46 @@ struct case_map {
     }
 };
 
+// How a matcher explores: remembering visits (without back-references),
+// every path (with them), or every path one repetition at a time with no
+// shortcut at all: the reference the library's tests hold the others to.
+enum exploration { remembered, every_path, reference };
+
 template <class U>
 class matcher {
 public:
-    matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, bool plain)
+    matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, exploration how)
         : p_(p), states_(p.states()), s_(s), full_(full),
           end_(search ? full : (full < 1 ? full : 1)), exact_(exact),
-          memo_(plain ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
-          row_words_((p.top_state + 64u) / 64u) {
+          memo_(how != remembered ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
+          shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u) {
         if (!exact)
             cases_ = &case_table();
-        stack_.reserve(1024);
+        // A narrow subject with one possible first unit is scanned with
+        // memchr (a wide unit above 255 may begin any match).
+        if (sizeof(U) == 1 && !p.anchored && exact && shortcuts_) {
+            std::uint32_t const* set = p.start_set();
+            unsigned members = 0;
+            for (unsigned w = 0; w < 8; ++w)
+                if (set[w]) {
+                    members += (set[w] & (set[w] - 1)) ? 2 : 1;
+                    first_unit_ = w * 32 + unsigned(__builtin_ctz(set[w]));
+                }
+            if (members != 1)
+                first_unit_ = npos;
+        }
     }
 
     // The matcher of compare and search: every start position up to the
     // subject end, until a non-empty match is recorded.
     match_pair run(match_pair* subs) {
         for (unsigned start = 0; start <= end_; ++start) {
+            if (first_unit_ != npos) {
+                if ((start = next_unit(start)) == npos)
+                    break;
+            } else if (exact_ && !p_.anchored) {
+                start = next_start(start);
+            }
             unsigned const prev = start ? unsigned(s_[start - 1]) : 10u;
             unsigned const unit = start < full_ ? unsigned(s_[start]) : 0u;
             if (!starts(unit) && !(p_.anchored && prev == 10))
@@ -95,6 +161,24 @@ public:
 
 private:
     enum memo_kind { memo_none, memo_rows, memo_keys };
+
+    // Passes over the units before the subject end that cannot begin a
+    // match (exact case, no anchor: the start set alone decides).
+    unsigned next_start(unsigned start) const noexcept {
+        std::uint32_t const* set = p_.start_set();
+        while (start < end_ && s_[start] < 256 && !re_set_has(set, s_[start]))
+            ++start;
+        return start;
+    }
+    // The first start position from `from` on whose unit is the start
+    // set's only member, or npos. The subject end is a start position too;
+    // its unit is the one there, or 0 past the subject.
+    unsigned next_unit(unsigned from) const noexcept {
+        if (void const* hit = std::memchr(s_ + from, int(first_unit_), end_ - from))
+            return unsigned(static_cast<U const*>(hit) - s_);
+        unsigned const last = end_ < full_ ? unsigned(s_[end_]) : 0u;
+        return last == first_unit_ ? end_ : npos;
+    }
 
     static case_map const& case_table() {
         static case_map const map;
@@ -121,6 +205,15 @@ private:
     bool class_accepts(unsigned k, unsigned c) const noexcept {
         return exact_ ? in_class(k, c) : in_class(k, lower(c)) || in_class(k, upper(c));
     }
+    static bool single_unit(unsigned kind) noexcept { return kind == re_char || kind == re_class || kind == re_any; }
+    // The test of a single-unit state on unit u (before the subject end).
+    bool takes(re_state const& st, unsigned u) const noexcept {
+        switch (st.kind) {
+        case re_char: return same(u, st.arg);
+        case re_class: return class_accepts(st.arg, u);
+        default: return u != 10 && u != 13;
+        }
+    }
     // Whether the b_length units at b follow at a (a_length units remain).
     template <class V>
     bool strequ(U const* a, unsigned a_length, V const* b, unsigned b_length) const noexcept {
@@ -133,7 +226,9 @@ private:
     }
 
     void push(std::uint8_t tag, unsigned index, unsigned a, unsigned b = 0) {
-        stack_.push_back({tag, std::uint16_t(index), a, b});
+        if (depth_ == stack_.capacity())
+            stack_.reserve(depth_ + 1, depth_);
+        stack_.data()[depth_++] = {tag, std::uint16_t(index), a, b};
     }
     // Whether to go on at (state, position, counters, trail): a first visit
     // goes on and is remembered; a revisit is cut once the first visit's
@@ -144,35 +239,40 @@ private:
     bool go_on(unsigned state, unsigned pos) {
         unsigned const rel = pos - start_;
         if (memo_ == memo_rows) {
-            std::size_t const at = std::size_t(rel) * 2 * row_words_ + state / 64;
-            if (at >= rows_.size())
-                rows_.resize(std::max(rows_.size() * 2, at + 2 * row_words_), 0);
-            std::uint64_t const bit = std::uint64_t(1) << (state % 64);
-            if (rows_[at] & bit)
-                return !(rows_[at + row_words_] & bit);
-            rows_[at] |= bit;
-            if (rel >= rows_used_)
+            std::size_t const row = std::size_t(2) * row_words_;
+            if (rel >= rows_used_) {  // rows come into use cleared
+                rows_.reserve((std::size_t(rel) + 1) * row, rows_used_ * row);
+                std::fill(rows_.data() + rows_used_ * row, rows_.data() + (std::size_t(rel) + 1) * row, 0);
                 rows_used_ = rel + 1;
+            }
+            std::uint64_t* const at = rows_.data() + rel * row + state / 64;
+            std::uint64_t const bit = std::uint64_t(1) << (state % 64);
+            if (*at & bit)
+                return !(at[row_words_] & bit);
+            *at |= bit;
             push(e_visit, state, pos);
             return true;
         }
-        key_.assign(reinterpret_cast<char const*>(&state), sizeof state);
-        key_.append(reinterpret_cast<char const*>(&rel), sizeof rel);
-        key_.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
-        key_.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
-        auto const found = keys_.emplace(key_, false);
+        if (!keys_)
+            keys_.reset(new key_memo);
+        std::string& key = keys_->key;
+        key.assign(reinterpret_cast<char const*>(&state), sizeof state);
+        key.append(reinterpret_cast<char const*>(&rel), sizeof rel);
+        key.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
+        key.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
+        auto const found = keys_->seen.emplace(key, false);
         if (!found.second)
             return !found.first->second;
-        push(e_visit, 0, unsigned(visits_.size()));
-        visits_.push_back(&found.first->second);
+        push(e_visit, 0, unsigned(keys_->visits.size()));
+        keys_->visits.push_back(&found.first->second);
         return true;
     }
     void finished(entry const& e) {
         if (memo_ == memo_rows)
-            rows_[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
+            rows_.data()[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
                 std::uint64_t(1) << (e.index % 64);
         else
-            *visits_[e.a] = true;
+            *keys_->visits[e.a] = true;
     }
 
     bool returned_empty(re_state const& st, unsigned pos) const noexcept {
@@ -198,6 +298,7 @@ private:
     unsigned end_;   // the subject end: single-unit tests stop here
     bool exact_;
     memo_kind memo_;
+    bool shortcuts_;  // runs of one-unit loops at once; memchr to a lone first unit
     unsigned row_words_;
     case_map const* cases_ = nullptr;
     match_pair best_ = no_match;
@@ -207,12 +308,19 @@ private:
     match_pair captures_[max_groups];
     std::uint32_t counters_[max_slots];
     std::uint32_t marks_[max_slots];  // where each loop last entered its body
-    std::vector<entry> stack_;
-    std::vector<std::uint64_t> rows_;
+    unsigned first_unit_ = npos;  // the start set's only member, if it has one
+    block_array<entry, 1024> stack_;  // the backtracking stack
+    std::size_t depth_ = 0;
+    block_array<std::uint64_t, 512> rows_;  // visited, then finished, bits per position
     unsigned rows_used_ = 0;
-    std::string key_;
-    std::unordered_map<std::string, bool> keys_;  // finished?
-    std::vector<bool*> visits_;
+    // With counters or trailing context the visits are remembered by key
+    // (state, position, trail, counters); made on the first visit.
+    struct key_memo {
+        std::string key;
+        std::unordered_map<std::string, bool> seen;  // finished?
+        std::vector<bool*> visits;
+    };
+    std::unique_ptr<key_memo> keys_;
 };
 
 template <class U>
@@ -223,14 +331,12 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         captures_[i] = no_match;
     for (unsigned i = 0; i < p_.slots; ++i)
         marks_[i] = counters_[i] = npos;
-    if (memo_ == memo_rows) {
-        std::fill_n(rows_.begin(), std::size_t(rows_used_) * 2 * row_words_, 0);
-        rows_used_ = 0;
-    } else if (memo_ == memo_keys) {
-        keys_.clear();
-        visits_.clear();
+    rows_used_ = 0;
+    if (keys_) {
+        keys_->seen.clear();
+        keys_->visits.clear();
     }
-    stack_.clear();
+    depth_ = 0;
 
     unsigned state = p_.start, pos = start;
     for (;;) {
@@ -238,11 +344,13 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         unsigned next = st.next1;
         // A loop whose body came back empty leaves at once; that step is
         // not a revisit (the path goes on with the captures it made).
-        if (memo_ != memo_none && !returned_empty(st, pos) && !go_on(state, pos))
+        if (memo_ != memo_none && (st.flags & re_join) && !returned_empty(st, pos) && !go_on(state, pos))
             goto fail;
         switch (st.kind) {
         case re_char:
-            if (pos < end_ && same(s_[pos], st.arg)) {
+        case re_class:
+        case re_any:
+            if (pos < end_ && takes(st, s_[pos])) {
                 ++pos;
                 break;
             }
@@ -255,18 +363,6 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             }
             goto fail;
         }
-        case re_class:
-            if (pos < end_ && class_accepts(st.arg, s_[pos])) {
-                ++pos;
-                break;
-            }
-            goto fail;
-        case re_any:
-            if (pos < end_ && s_[pos] != 10 && s_[pos] != 13) {
-                ++pos;
-                break;
-            }
-            goto fail;
         case re_backref: {
             match_pair const c = captures_[st.arg];
             if (pos < end_ && c.position != npos && strequ(s_ + pos, full_ - pos, s_ + c.position, c.length)) {
@@ -300,8 +396,25 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             push(e_capture, st.arg, captures_[st.arg].position, captures_[st.arg].length);
             captures_[st.arg].length = pos - captures_[st.arg].position;
             break;
-        case re_loop:
+        case re_loop: {
             if (marks_[st.arg] == pos) {  // the body came back empty: leave
+                next = st.next2;
+                break;
+            }
+            re_state const& body = states_[st.next1];
+            if (shortcuts_ && single_unit(body.kind) && body.next1 == state) {
+                // A loop over one single-unit test takes its whole run at
+                // once and leaves after it; the run entry then leaves after
+                // one repetition fewer each time it is popped, down to none:
+                // the order in which the repetitions would be undone one by
+                // one. The body never comes back empty, so the loop's mark
+                // is not needed. When the loop leaves straight to the final
+                // state, the shorter ends could only record shorter spans.
+                unsigned const from = pos;
+                while (pos < end_ && takes(body, s_[pos]))
+                    ++pos;
+                if (pos != from && states_[st.next2].kind != re_final)
+                    push(e_run, st.next2, from, pos);
                 next = st.next2;
                 break;
             }
@@ -309,6 +422,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             push(e_mark, st.arg, marks_[st.arg]);
             marks_[st.arg] = pos;
             break;
+        }
         case re_count_enter:
             push(e_counter, st.arg, counters_[st.arg]);
             push(e_mark, st.arg, marks_[st.arg]);
@@ -358,12 +472,17 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         continue;
     fail:
         for (;;) {
-            if (stack_.empty())
+            if (depth_ == 0)
                 return;
-            entry const e = stack_.back();
-            stack_.pop_back();
+            entry const e = stack_.data()[--depth_];
             switch (e.tag) {
             case e_choice: state = e.index; pos = e.a; break;
+            case e_run:
+                state = e.index;
+                pos = e.b - 1;
+                if (pos != e.a)
+                    push(e_run, e.index, e.a, pos);
+                break;
             case e_capture: captures_[e.index] = {e.a, e.b}; continue;
             case e_counter: counters_[e.index] = e.a; continue;
             case e_mark: marks_[e.index] = e.a; continue;
@@ -382,8 +501,8 @@ unsigned measure(void const* subject, unsigned unit_size) {
 
 template <class U>
 match_pair run_matcher(xbuf const& p, void const* subject, unsigned length, bool search,
-                       bool exact, match_pair* subs, bool plain) {
-    matcher<U> m(p, static_cast<U const*>(subject), length, search, exact, plain);
+                       bool exact, match_pair* subs, exploration how) {
+    matcher<U> m(p, static_cast<U const*>(subject), length, search, exact, how);
     return m.run(subs);
 }
 
@@ -393,7 +512,7 @@ match_pair detail::regex_probe::search(regex_base const& re, char const* subject
                                        match_pair* subs, bool plain) {
     if (!re.program_ || re.status_ != regex_base::ok)
         return no_match;
-    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain);
+    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain ? reference : remembered);
 }
 
 match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned length, bool search,
@@ -402,9 +521,9 @@ match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned l
         return no_match;
     if (length == npos)
         length = measure(subject, unit_size);
-    bool const plain = (program_->features & re_has_backref) != 0;
-    return unit_size == 1 ? run_matcher<unsigned char>(*program_, subject, length, search, exact_case, subs, plain)
-                          : run_matcher<unsigned short>(*program_, subject, length, search, exact_case, subs, plain);
+    exploration const how = (program_->features & re_has_backref) ? every_path : remembered;
+    return unit_size == 1 ? run_matcher<unsigned char>(*program_, subject, length, search, exact_case, subs, how)
+                          : run_matcher<unsigned short>(*program_, subject, length, search, exact_case, subs, how);
 }
 
 // Searches again after each match; an empty match ends the scan, and is

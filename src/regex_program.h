@@ -47,9 +47,13 @@ enum re_kind : std::uint8_t {
     re_count_next = 19,  // arg slot: one more repetition completed
 };
 
+enum re_state_flag : std::uint8_t {
+    re_join = 1,  // two edges lead here (or the entry and one edge)
+};
+
 struct re_state {
     std::uint8_t kind;
-    std::uint8_t unused;
+    std::uint8_t flags;           // re_state_flag bits
     std::uint16_t arg;
     std::uint16_t next1;
     std::uint16_t next2;
@@ -75,10 +79,13 @@ inline bool re_set_has(std::uint32_t const* set, unsigned c) noexcept {
 }
 
 // For the library's tests: the narrow search with the exploration chosen
-// (plain: every path, as for back-references; otherwise remembered).
+// (plain: the reference exploration, every path one repetition at a time
+// with no shortcut; otherwise the remembered one that searches use).
 struct ZEL_API regex_probe {
     static match_pair search(regex_base const& re, char const* subject, unsigned length,
                              match_pair* subs, bool plain);
+    // The compiled program (null without one).
+    static xbuf const* program(regex_base const& re);
     // Raises compile error `code` the way a compile does.
     [[noreturn]] static void raise(unsigned code);
 };

@@ -466,6 +466,51 @@ TEST(RegexDifferential, NestedClosuresStayPolynomial) {
     EXPECT_EQ(nested.search(t.c_str()), none);
 }
 
+// The largest programs the tables allow: the header's areas follow one
+// another as its sizes say, and the programs match.
+void expect_consistent_layout(zel::regex const& re) {
+    zel::xbuf const* p = zel::detail::regex_probe::program(re);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(p->state_bytes, (p->top_state + 1u) * 8u / 16u * 16u + 16u);
+    EXPECT_EQ(p->class_offset, p->state_bytes + p->literal_units * 2u);
+    EXPECT_EQ(p->class_bytes, p->class_sets * 32u);
+    EXPECT_EQ(p->closure_offset, p->class_offset + p->class_bytes);
+    EXPECT_GE(p->group_offset, p->closure_offset);
+}
+
+TEST(RegexCompile, LargestProgramsKeepTheirLayout) {
+    std::string many_states;  // 63 closures and a literal: 253 states
+    for (int i = 0; i < 63; ++i)
+        many_states += "a*";
+    many_states += 'b';
+    zel::regex states(many_states.c_str());
+    ASSERT_EQ(states.status(), 1u);
+    EXPECT_GE(zel::detail::regex_probe::program(states)->top_state, 250u);
+    expect_consistent_layout(states);
+    EXPECT_EQ(states.search("xxaaab"), (match_pair{2, 4}));
+
+    std::string const literal(127, 'q');  // one string of 127 units
+    zel::regex text(literal.c_str());
+    ASSERT_EQ(text.status(), 1u);
+    EXPECT_EQ(zel::detail::regex_probe::program(text)->literal_units, 128u);
+    expect_consistent_layout(text);
+    EXPECT_EQ(text.search(("x" + literal).c_str()), (match_pair{1, 127}));
+
+    std::string everything;  // 15 groups, each with a class and a counted closure
+    for (char c = 'a'; c < 'a' + 15; ++c)
+        everything += std::string("([") + c + "]{" + char('1' + c % 2) + "})";
+    zel::regex all(everything.c_str());
+    ASSERT_EQ(all.status(), 1u) << everything;
+    ASSERT_EQ(all.subexpressions(), 15u);
+    expect_consistent_layout(all);
+    std::string subject;
+    for (char c = 'a'; c < 'a' + 15; ++c)
+        subject += std::string(1 + c % 2, c);
+    match_pair subs[15];
+    EXPECT_EQ(all.search(subject.c_str(), npos, subs), (match_pair{0, unsigned(subject.size())}));
+    EXPECT_EQ(subs[14], (match_pair{unsigned(subject.size()) - 2, 2}));  // "oo"
+}
+
 // Compile errors are raised on one line of src/re_compile.cpp (compile
 // catches them); the probe raises one the same way.
 TEST(RegexCompile, ErrorsAreRaisedFromOneSite) {
