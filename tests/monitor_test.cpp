@@ -42,7 +42,7 @@ bool other_thread_reads(zel::monitor_base& m, unsigned timeout = 30) {
 template <class T>
 class ReadersWriters : public ::testing::Test {};
 using monitors = ::testing::Types<zel::monitor_v1, zel::monitor_v2>;
-TYPED_TEST_SUITE(ReadersWriters, monitors);
+TYPED_TEST_SUITE(ReadersWriters, monitors, );  // the empty name generator keeps -Wpedantic quiet
 
 TYPED_TEST(ReadersWriters, ReadersShareAndKeepWritersOut) {
     TypeParam m;

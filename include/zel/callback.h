@@ -123,7 +123,7 @@ public:
 
 private:
     static void invoke(callback_base const& self) {
-        reinterpret_cast<function>(self.first_word())();
+        reinterpret_cast<function>(const_cast<void*>(self.first_word()))();
     }
 };
 
