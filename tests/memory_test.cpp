@@ -2,6 +2,7 @@
 // report, their resize rule, the new-handler removal and the failure path;
 // temporary buffers and the pointer conversions.
 #include <zel/memory.h>
+#include <zel/string_engine.h>
 
 #include <zel/exception.h>
 
@@ -171,6 +172,33 @@ TEST(Heaps, SuccessRestoresTheHandler) {
     s.deallocate(s.allocate(2, 3, 4, nullptr));
     EXPECT_EQ(std::get_new_handler(), &recording_handler);
     EXPECT_FALSE(handler_ran);
+    std::set_new_handler(nullptr);
+}
+
+// With no handler at entry there is none to put back, but one installed
+// during the call (here by the runtime's operator new) is still removed.
+TEST(Heaps, AHandlerInstalledDuringTheCallIsRemoved) {
+    zel::std_heap s;
+    zel::vector_heap v;
+    zel::cstring_heap narrow;
+    zel::wstring_heap wide;
+    struct {
+        zel::allocator_engine& heap;
+        bool four;
+        std::size_t request;
+    } const cases[] = {
+        {s, false, 50}, {s, true, 52}, {v, false, 64}, {v, true, 64},
+        {narrow, false, 64}, {narrow, true, 64}, {wide, false, 64}, {wide, true, 64},
+    };
+    for (auto const& c : cases) {
+        std::set_new_handler(nullptr);
+        {
+            zel_test::installing_handler install(c.request, &recording_handler);
+            void* p = c.four ? c.heap.allocate(4, 8, 20, nullptr) : c.heap.allocate(50);
+            c.heap.deallocate(p);
+        }
+        EXPECT_EQ(std::get_new_handler(), nullptr) << "request " << c.request;
+    }
     std::set_new_handler(nullptr);
 }
 

@@ -60,7 +60,9 @@ protected:
 // Every allocation of both heaps removes the process's new-handler for the
 // call, so the client's handler never runs and nothing is retried. A failed
 // allocation raises bad_alloc ("bad allocation") as a plain zel::exception,
-// and kept behaviour: the new-handler then stays removed.
+// and kept behaviour: the new-handler then stays removed. Kept too: the
+// remove-and-reinstall is not atomic, so a handler another thread (or a
+// replaced operator new) installs during an allocation is overwritten.
 class ZEL_API std_heap : public allocator_engine {
 public:
     std_heap() noexcept = default;
