@@ -38,6 +38,7 @@ struct reader {
     std::size_t at = 0;
     int calls = 0;
     bool protocol_kept = true;
+    int error_at_end = 0;  // set in errno when the end is reported, as a failed read would
 
     static unsigned get(void* context, bool advance) {
         auto& r = *static_cast<reader*>(context);
@@ -45,7 +46,11 @@ struct reader {
             r.protocol_kept = false;
         if (advance && r.at < r.text.size())
             ++r.at;
-        return r.at < r.text.size() ? static_cast<unsigned char>(r.text[r.at]) : zel::end_of_input;
+        if (r.at < r.text.size())
+            return static_cast<unsigned char>(r.text[r.at]);
+        if (r.error_at_end)
+            errno = r.error_at_end;
+        return zel::end_of_input;
     }
 };
 
@@ -186,6 +191,38 @@ TEST(ParseIntegerExtract, StoresFollowTheTarget) {
     EXPECT_EQ(run_extract(r, 10, 0, u, nullptr), -10);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(u, 7u) << "no digit, nothing stored";
+}
+
+// A getter's errno is the engines' verdict unless they find an error of
+// their own: the signed and double forms then store nothing.
+TEST(ParseExtract, AnErrorLeftByTheGetterIsKept) {
+    reader r{"12", 0, 0, true, EIO};
+    std::int64_t s = 77;
+    run_extract(r, 10, 0, s, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(s, 77);
+    r = reader{"12", 0, 0, true, EIO};
+    std::uint64_t u = 77;
+    run_extract(r, 10, 0, u, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(u, 12u) << "the unsigned form stores directly";
+    r = reader{"99999999999999999999", 0, 0, true, EIO};
+    run_extract(r, 10, 0, u, nullptr);
+    EXPECT_EQ(errno, ERANGE) << "the engine's own error wins";
+
+    r = reader{"2.5e1", 0, 0, true, EIO};
+    double d = 77;
+    run_extract(r, '.', 0, d, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(d, 77);
+    r = reader{"25e-1", 0, 0, true, EIO};
+    long double ld = 77;
+    run_extract(r, '.', 0, ld, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(ld, 2.5L) << "the long double form stores directly";
+    r = reader{"1e", 0, 0, true, EIO};
+    run_extract(r, '.', 0, d, nullptr);
+    EXPECT_EQ(errno, EINVAL);
 }
 
 TEST(ParseIntegerExtract, RadixFromFlagsEndFlagAndProtocol) {
