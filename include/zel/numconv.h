@@ -5,9 +5,11 @@
 // their relatives) and the streams' number facets are built on them, for
 // both `char` and the 16-bit wide `unsigned short`.
 //
-// None of these functions raises. Each sets `errno`: 0 on success, EINVAL
+// None of these functions raises. They report through `errno`: EINVAL
 // (22) for no digits, a bad radix or a missing callback, ERANGE (34) for a
-// value out of range.
+// value out of range. The scanning engines and the integer formatting
+// engine clear it first (0 on success); floating formatting (the floating
+// insert, dtoa, ldtoa, dtow, ldtow) leaves it as it was unless it fails.
 //
 // Floating-point text goes through the C library (`strtod` to read,
 // `snprintf` to write), so it follows the C library's rules for the
