@@ -567,4 +567,25 @@ TEST(StringRegex, FindContainsAndSubstitute) {
     EXPECT_TRUE(w == zel::wstring(u"x-y-"));
 }
 
+// One search and one replacement, whatever the match's length; only the
+// every-occurrence form passes over empty matches.
+TEST(StringRegex, FirstOccurrenceReplacesAnEmptyMatch) {
+    zel::regex star("a*");
+    auto const first = zel::string::sub_first;
+    zel::string s("bbb");
+    EXPECT_EQ(s.tsub(star, "X", first), 1u);
+    EXPECT_EQ(s, "Xbbb");
+    EXPECT_EQ(s.tsub(star, '-', 2, first), 1u);
+    EXPECT_EQ(s, "--Xbbb");
+    EXPECT_EQ(s.remove(star, first), 1u);
+    EXPECT_EQ(s, "--Xbbb");
+    EXPECT_EQ(s.tsub(star, "X"), 0u);
+    zel::string a("baa");
+    EXPECT_EQ(a.itsub(zel::regex("A*"), "Y", first), 1u);
+    EXPECT_EQ(a, "bY") << "a non-empty match later on is preferred";
+    zel::wstring w(u"bbb");
+    EXPECT_EQ(w.tsub(zel::wregex(reinterpret_cast<unsigned short const*>(u"a*")), u'Z', 1, first), 1u);
+    EXPECT_TRUE(w == zel::wstring(u"Zbbb"));
+}
+
 } // namespace
