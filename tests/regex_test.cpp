@@ -228,6 +228,32 @@ TEST(RegexMatch, CapturesOfTheFirstPathAmongEqualLengths) {
     EXPECT_EQ(d[4], (match_pair{7, 3}));
 }
 
+// Below its maximum a bounded closure may run another repetition after an
+// empty one at the same position; every such path is explored.
+TEST(RegexMatch, BoundedClosuresRepeatAfterAnEmptyRepetition) {
+    struct {
+        char const* pattern;
+        char const* subject;
+        match_pair span;
+        std::vector<match_pair> groups;
+    } const cases[] = {
+        {"x((c?)|(d?)){1,2}\\1\\2y", "xy", {0, 2}, {{1, 0}, {1, 0}, {1, 0}}},
+        {"x((c?)|(d?)){0,2}\\1\\2y", "xy", {0, 2}, {{1, 0}, {1, 0}, {1, 0}}},
+        {"(c?|b){1,2}", "b", {0, 1}, {{0, 1}}},
+        {"(c?|b){0,2}", "b", {0, 1}, {{0, 1}}},
+        {"(a?|b){2,3}", "b", {0, 1}, {{0, 1}}},
+        {"x((c?)|(d?)){1,1}\\1\\2y", "xy", none, {}},  // at the maximum: no more
+        {"(c?|b){1,}", "b", {0, 1}, {{1, 0}}},  // unbounded: b, then one empty repetition
+    };
+    for (auto const& c : cases) {
+        zel::regex re(c.pattern);
+        match_pair subs[3];
+        EXPECT_EQ(re.search(c.subject, npos, subs), c.span) << c.pattern;
+        for (std::size_t i = 0; i < c.groups.size(); ++i)
+            EXPECT_EQ(subs[i], c.groups[i]) << c.pattern << " group " << i;
+    }
+}
+
 TEST(RegexMatch, CompareTestsTheFirstUnit) {
     EXPECT_EQ(compare("abc", "abcdef"), (match_pair{0, 3}));
     EXPECT_EQ(compare("a.c", "abcdef"), none);
