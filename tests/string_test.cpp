@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -57,6 +58,27 @@ struct peek : string {
     using string_base::engine;
 };
 zel::string_engine<char>* engine_of(string const& s) { return peek(s).engine(); }
+
+// A heap that records its calls and takes its blocks from std_heap.
+struct recording_heap : zel::std_heap {
+    using std_heap::allocate;
+    static inline std::string log;
+    static inline int blocks = 0;
+    bool query_resize(unsigned current, unsigned requested) const override {
+        log += "q" + std::to_string(current) + "," + std::to_string(requested) + " ";
+        return std_heap::query_resize(current, requested);
+    }
+    void* allocate(unsigned size, unsigned count, unsigned header, unsigned* capacity) override {
+        log += "a" + std::to_string(count) + " ";
+        ++blocks;
+        return std_heap::allocate(size, count, header, capacity);
+    }
+    void deallocate(void* block) override {
+        --blocks;
+        std_heap::deallocate(block);
+    }
+};
+using rstring = zel::basic_string<char, zel::char_traits<char>, recording_heap>;
 
 std::u16string to_u16(wstring const& w) {
     return std::u16string(reinterpret_cast<char16_t const*>(w.data()), w.size());
@@ -246,8 +268,39 @@ TEST(StringEngine, TheSharedEmptyEngineIsNeverFreed) {
     EXPECT_EQ(empty->refs(), before);
     EXPECT_EQ(empty->size(), 0u);
     EXPECT_EQ(*empty->data(), '\0');
-    EXPECT_EQ(zel::detail::cstring_initializer.storage(), zel::detail::cstring_initializer.heap());
     EXPECT_EQ(empty->pool(), zel::detail::cstring_initializer.storage());
+}
+
+// The allocator an engine records is a one-pointer handle onto any heap.
+TEST(StringEngine, AnyAllocatorEngineBacksStrings) {
+    EXPECT_EQ(sizeof(zel::virtual_allocator<char>), sizeof(void*));
+    EXPECT_FALSE((std::is_base_of_v<zel::allocator_engine, zel::virtual_allocator<char>>));
+    auto& narrow = zel::detail::cstring_initializer;
+    narrow.init();
+    EXPECT_EQ(narrow.storage()->heap(), narrow.heap());
+
+    {
+        rstring s("hello");
+        rstring t(s);
+        t += " world";
+        EXPECT_STREQ(t.c_str(), "hello world");
+        EXPECT_STREQ(s.c_str(), "hello");
+        EXPECT_EQ(recording_heap::blocks, 2);
+        EXPECT_EQ(rstring::initializer().storage()->heap(), rstring::initializer().heap());
+    }
+    EXPECT_EQ(recording_heap::blocks, 0);
+
+    // An engine over a general heap, reached through a handle of its own.
+    zel::vector_heap heap;
+    zel::virtual_allocator<char> handle(&heap);
+    alignas(engine) unsigned char room[sizeof(engine) + 4];
+    engine* empty = ::new (static_cast<void*>(room)) engine(2, &handle, 0, 0);
+    empty->terminate(0);
+    held<engine> e(empty->create("abc", npos, 0, npos));
+    EXPECT_EQ(e.text(), "abc");
+    EXPECT_EQ(e.e->pool(), &handle);
+    unsigned const h = engine::header_allowance();
+    EXPECT_EQ(e.e->capacity(), zel::vector_heap::round(3 + h) - h);
 }
 
 // --- sharing and copy-on-write -----------------------------------------------------

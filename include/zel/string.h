@@ -593,9 +593,10 @@ bool operator<=(string_base<C> const& a, string_base<C> const& b) noexcept { ret
 template <class C>
 bool operator>=(string_base<C> const& a, string_base<C> const& b) noexcept { return !(a < b); }
 
-// The typed layer: a string over a character type, its traits and a string
-// heap. It adds no field to string_base; it supplies the empty engine of its
-// heap's initializer and the constructors users expect.
+// The typed layer: a string over a character type, its traits and a heap
+// (a string heap, or any default-constructible allocator_engine). It adds
+// no field to string_base; it supplies the empty engine of its heap's
+// initializer and the constructors users expect.
 template <class C, class Traits, class Heap>
 class basic_string : public string_base<C> {
     using base = string_base<C>;
