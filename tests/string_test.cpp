@@ -303,6 +303,38 @@ TEST(StringEngine, AnyAllocatorEngineBacksStrings) {
     EXPECT_EQ(e.e->capacity(), zel::vector_heap::round(3 + h) - h);
 }
 
+// A heap that keeps every block, whatever the size asked.
+struct keeping_heap : recording_heap {
+    bool query_resize(unsigned, unsigned) const override { return false; }
+};
+using kstring = zel::basic_string<char, zel::char_traits<char>, keeping_heap>;
+
+TEST(StringEngine, MergeAndMutateAskTheHeapFirst) {
+    unsigned const h = engine::header_allowance();
+    rstring s("abcdef");
+    char const* const before = s.c_str();
+    recording_heap::log.clear();
+    s.insert(2, s.c_str() + 1, 0);
+    EXPECT_EQ(recording_heap::log, "a6 ") << "an empty source inside the block: a fresh engine";
+    EXPECT_NE(s.c_str(), before);
+    EXPECT_STREQ(s.c_str(), "abcdef");
+
+    rstring g("abc");
+    recording_heap::log.clear();
+    g.append("defgh");
+    EXPECT_EQ(recording_heap::log, "q" + std::to_string(3 + h) + "," + std::to_string(8 + h) + " a8 ")
+        << "an unshared engine asks before it grows";
+    EXPECT_STREQ(g.c_str(), "abcdefgh");
+
+    {
+        kstring k("abc");
+        k.append("defgh");  // the heap says keep, but the block is too small
+        k.append(k);
+        EXPECT_STREQ(k.c_str(), "abcdefghabcdefgh");
+    }
+    EXPECT_EQ(recording_heap::blocks, 2);  // s and g
+}
+
 // --- sharing and copy-on-write -----------------------------------------------------
 
 TEST(String, CopiesShareUntilOneSideWrites) {

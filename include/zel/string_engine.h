@@ -84,15 +84,19 @@ public:
     // Replaces the len characters at pos (cut) by characters ppos to
     // ppos + pn of the text p of length plen (npos: traits length; pn cut to
     // what remains; a null p is empty). The source may lie inside this very
-    // string: it is read before anything is overwritten. Raises
+    // string: it is read before anything is overwritten, and the result is
+    // then always a new engine, even for an empty source. Raises
     // out_of_range when pos > size() or ppos > plen.
     string_engine* merge(unsigned pos, unsigned len, C const* p, unsigned plen, unsigned ppos,
                          unsigned pn);
     // An engine the caller may write, with room for n characters, its size
-    // field set to n and the first min(n, size()) characters preserved. It
-    // is this one when it is not shared and the heap keeps the block
-    // (query_resize false); otherwise a new one. The caller must set the
-    // final size (terminate) before handing the engine on.
+    // field set to n and the first min(n, size()) characters preserved. An
+    // unshared engine asks its heap's query_resize first, whatever n is; it
+    // is this one when the heap keeps the block (false); otherwise a new one.
+    // A heap that answers false for more than the capacity holds is
+    // overruled: the engine takes a new block rather than write past its
+    // own. The caller must set the final size (terminate) before handing the
+    // engine on.
     string_engine* mutate(unsigned n);
     // Removes n characters at pos (cut to what remains); removing nothing
     // returns this engine unchanged. Raises out_of_range when pos > size().
