@@ -86,48 +86,6 @@ std::u16string to_u16(wstring const& w) {
 
 // --- heaps -------------------------------------------------------------------
 
-TEST(StringHeap, AllocationAddsAGranuleAboveTheSizeRoundedDown) {
-    zel::cstring_heap narrow;
-    zel::wstring_heap wide;
-    struct { unsigned in, narrow, wide; } const cases[] = {
-        {0, 32, 64}, {31, 32, 64}, {32, 64, 64}, {63, 64, 64}, {64, 96, 128}, {100, 128, 128}};
-    for (auto const& c : cases) {
-        narrow.deallocate(narrow.allocate(c.in));
-        EXPECT_EQ(last_request(), c.narrow) << c.in;
-        wide.deallocate(wide.allocate(c.in));
-        EXPECT_EQ(last_request(), c.wide) << c.in;
-    }
-    unsigned capacity = 0;
-    void* p = narrow.allocate(1, 10, 20, &capacity);
-    EXPECT_EQ(last_request(), 32u);
-    EXPECT_EQ(capacity, 12u);
-    narrow.deallocate(p);
-    p = narrow.allocate(1, 12, 20, &capacity);
-    EXPECT_EQ(last_request(), 64u);
-    EXPECT_EQ(capacity, 44u);
-    narrow.deallocate(p);
-    p = wide.allocate(2, 10, 20, &capacity);
-    EXPECT_EQ(last_request(), 64u);
-    EXPECT_EQ(capacity, 22u);
-    wide.deallocate(p);
-}
-
-TEST(StringHeap, QueryResizeComparesSizesRoundedUp) {
-    zel::cstring_heap narrow;
-    zel::wstring_heap wide;
-    EXPECT_FALSE(narrow.query_resize(40, 64));
-    EXPECT_TRUE(narrow.query_resize(64, 65));
-    EXPECT_FALSE(narrow.query_resize(31, 32));
-    EXPECT_TRUE(narrow.query_resize(32, 33));
-    EXPECT_TRUE(narrow.query_resize(64, 32)) << "shrinking by a granule reallocates";
-    EXPECT_FALSE(wide.query_resize(65, 128));
-    EXPECT_TRUE(wide.query_resize(64, 65));
-    EXPECT_EQ(narrow.id(), zel::cstring_heap().id());
-    EXPECT_NE(narrow.id(), wide.id());
-    EXPECT_NE(narrow.id(), zel::std_heap().id());
-    EXPECT_EQ(narrow.max_size(), 2147483647u);
-}
-
 void no_memory_handler() {}
 
 TEST(StringHeap, OnlyTheFourArgumentAllocateKeepsTheNewHandlerAfterAFailure) {
