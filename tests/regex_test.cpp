@@ -152,17 +152,48 @@ TEST(RegexCompile, PrintStatus) {
     EXPECT_STREQ(zel::regex_base::message(22), "syntax error");
 }
 
-TEST(RegexMatch, LongestLeftmostAndEmptyMatches) {
-    EXPECT_EQ(search("a*", "baa"), (match_pair{1, 2}));
-    EXPECT_EQ(search("a*", "bbb"), (match_pair{0, 0}));
-    EXPECT_EQ(search("a|ab", "xab"), (match_pair{1, 2}));
-    EXPECT_EQ(search("(a*)*b", "aaab"), (match_pair{0, 4}));
-    EXPECT_EQ(search("x", ""), none);
-    EXPECT_EQ(search("a{2,3}", "aaaa"), (match_pair{0, 3}));
-    EXPECT_EQ(search("(ab){2}", "abababab"), (match_pair{0, 4}));
-    EXPECT_EQ(search("(a|b){3,}", "xabbaab"), (match_pair{1, 6}));
-    EXPECT_EQ(search("(a*){2,}b", "aab"), (match_pair{0, 3}));
-    EXPECT_EQ(search("()a", "ba"), (match_pair{1, 1}));
+// Spans: search (exact case or not) and compare, which tests the first unit
+// and what literal strings and back-references reach from it.
+TEST(RegexMatch, SpansOfSearchAndCompare) {
+    enum how { exact, any_case, compared };
+    struct {
+        char const* pattern;
+        char const* subject;
+        how form;
+        match_pair span;
+    } const cases[] = {
+        // longest leftmost; an empty match only when nothing longer exists
+        {"a*", "baa", exact, {1, 2}}, {"a*", "bbb", exact, {0, 0}}, {"a|ab", "xab", exact, {1, 2}},
+        {"(a*)*b", "aaab", exact, {0, 4}}, {"x", "", exact, none}, {"a{2,3}", "aaaa", exact, {0, 3}},
+        {"(ab){2}", "abababab", exact, {0, 4}}, {"(a|b){3,}", "xabbaab", exact, {1, 6}},
+        {"(a*){2,}b", "aab", exact, {0, 3}}, {"()a", "ba", exact, {1, 1}},
+        // the compare bound
+        {"abc", "abcdef", compared, {0, 3}}, {"a.c", "abcdef", compared, none},
+        {"a", "", compared, none}, {"a", "ab", compared, {0, 1}}, {"b", "ab", compared, none},
+        {"(a)\\0", "aa", compared, none},  // a back-reference must start before the end
+        {"a*", "aaa", compared, {0, 1}}, {"$", "x", compared, {1, 0}},  // 1 is the subject end
+        // anchors and line ends
+        {"^b", "a\nb", exact, {2, 1}}, {"^b", "a\rb", exact, {2, 1}}, {"^b", "ab", exact, none},
+        {"a$", "ba\r\n", exact, {1, 1}}, {"a$", "ab", exact, none}, {"^$", "", exact, {0, 0}},
+        {"a\\nb", "a\r\nb", exact, {0, 4}}, {"a\\nb", "a\rb", exact, {0, 3}},
+        {"a.b", "a\nb", exact, none},
+        // case
+        {"abc", "xABC", any_case, {1, 3}}, {"abc", "xABC", exact, none},
+        {"[a-z]", "Q", any_case, {0, 1}}, {"[A-Z]+", "abC", any_case, {0, 3}},
+        {"(a)\\0", "aA", any_case, {0, 2}}, {"(a)\\0", "aA", exact, none},
+        // trailing context and back-references
+        {"ab/cd", "xabcd", exact, {1, 2}}, {"ab/cd", "xabce", exact, none},
+        {"a*/b", "aaab", exact, {0, 3}}, {"(a+)b\\0", "aabaa", exact, {0, 5}},
+        {"(a+)b\\0", "aaba", exact, {1, 3}},
+        {"(a\\0)", "aa", exact, none},  // an open group has captured nothing yet
+    };
+    for (auto const& c : cases) {
+        match_pair const m = c.form == compared ? compare(c.pattern, c.subject)
+                                                : search(c.pattern, c.subject, c.form == exact);
+        EXPECT_EQ(m, c.span) << c.pattern << " on [" << c.subject << "]";
+    }
+    zel::regex not_x("[^x]");
+    EXPECT_EQ(not_x.search("\n\r\0y", 4), (match_pair{3, 1}));
 }
 
 TEST(RegexMatch, CapturesOfTheFirstPathAmongEqualLengths) {
@@ -214,49 +245,6 @@ TEST(RegexMatch, BoundedClosuresRepeatAfterAnEmptyRepetition) {
         for (std::size_t i = 0; i < c.groups.size(); ++i)
             EXPECT_EQ(subs[i], c.groups[i]) << c.pattern << " group " << i;
     }
-}
-
-TEST(RegexMatch, CompareTestsTheFirstUnit) {
-    EXPECT_EQ(compare("abc", "abcdef"), (match_pair{0, 3}));
-    EXPECT_EQ(compare("a.c", "abcdef"), none);
-    EXPECT_EQ(compare("a", ""), none);
-    EXPECT_EQ(compare("a", "ab"), (match_pair{0, 1}));
-    EXPECT_EQ(compare("b", "ab"), none);
-    EXPECT_EQ(compare("(a)\\0", "aa"), none);  // a back-reference must start before the end
-    EXPECT_EQ(compare("a*", "aaa"), (match_pair{0, 1}));
-    EXPECT_EQ(compare("$", "x"), (match_pair{1, 0}));  // position 1 is the subject end
-}
-
-TEST(RegexMatch, AnchorsAndLineEnds) {
-    EXPECT_EQ(search("^b", "a\nb").position, 2u);
-    EXPECT_EQ(search("^b", "a\rb").position, 2u);
-    EXPECT_EQ(search("^b", "ab"), none);
-    EXPECT_EQ(search("a$", "ba\r\n"), (match_pair{1, 1}));
-    EXPECT_EQ(search("a$", "ab"), none);
-    EXPECT_EQ(search("^$", ""), (match_pair{0, 0}));
-    EXPECT_EQ(search("a\\nb", "a\r\nb"), (match_pair{0, 4}));
-    EXPECT_EQ(search("a\\nb", "a\rb"), (match_pair{0, 3}));
-    EXPECT_EQ(search("a.b", "a\nb"), none);
-    zel::regex not_x("[^x]");
-    EXPECT_EQ(not_x.search("\n\r\0y", 4), (match_pair{3, 1}));
-}
-
-TEST(RegexMatch, CaseRules) {
-    EXPECT_EQ(search("abc", "xABC", false), (match_pair{1, 3}));
-    EXPECT_EQ(search("abc", "xABC", true), none);
-    EXPECT_EQ(search("[a-z]", "Q", false), (match_pair{0, 1}));
-    EXPECT_EQ(search("[A-Z]+", "abC", false), (match_pair{0, 3}));
-    EXPECT_EQ(search("(a)\\0", "aA", false), (match_pair{0, 2}));
-    EXPECT_EQ(search("(a)\\0", "aA", true), none);
-}
-
-TEST(RegexMatch, TrailingContextAndBackReferences) {
-    EXPECT_EQ(search("ab/cd", "xabcd"), (match_pair{1, 2}));
-    EXPECT_EQ(search("ab/cd", "xabce"), none);
-    EXPECT_EQ(search("a*/b", "aaab"), (match_pair{0, 3}));
-    EXPECT_EQ(search("(a+)b\\0", "aabaa"), (match_pair{0, 5}));
-    EXPECT_EQ(search("(a+)b\\0", "aaba"), (match_pair{1, 3}));
-    EXPECT_EQ(search("(a\\0)", "aa"), none);  // an open group has captured nothing yet
 }
 
 TEST(RegexMatch, RsearchCountsFromTheEndOfThePreviousMatch) {
