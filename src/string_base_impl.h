@@ -301,12 +301,12 @@ unsigned string_base<C>::substitute(regex_type const& re, C const* rep, unsigned
     }
     case sub_first:
     case sub_last: {
-        // The first match counts even when it is empty (an insertion); the
-        // last-match scan reports an empty match only when it found nothing
-        // else, and that one is passed over as the every-occurrence form does.
+        // One search and one replacement: a match counts even when it is
+        // empty (the replacement is then inserted there). The last-match
+        // scan reports an empty match only when it found nothing else.
         match_pair const m = flags == sub_first ? re.search(text, n, nullptr, exact)
                                                 : detail::last_match(re, text, n, exact);
-        if (!m.found() || (flags == sub_last && m.length == 0))
+        if (!m.found())
             return 0;
         edit(m.position, m.length, rep, rlen, 0, npos);
         return 1;

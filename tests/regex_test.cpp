@@ -545,7 +545,7 @@ TEST(StringRegex, FindContainsAndSubstitute) {
 
 // One search and one replacement, whatever the match's length; only the
 // every-occurrence form passes over empty matches.
-TEST(StringRegex, FirstOccurrenceReplacesAnEmptyMatch) {
+TEST(StringRegex, FirstAndLastOccurrenceReplaceAnEmptyMatch) {
     zel::regex star("a*");
     auto const first = zel::string::sub_first;
     zel::string s("bbb");
@@ -556,6 +556,9 @@ TEST(StringRegex, FirstOccurrenceReplacesAnEmptyMatch) {
     EXPECT_EQ(s.remove(star, first), 1u);
     EXPECT_EQ(s, "--Xbbb");
     EXPECT_EQ(s.tsub(star, "X"), 0u);
+    zel::string last("bcb");
+    EXPECT_EQ(last.tsub(star, "L", zel::string::sub_last), 1u);
+    EXPECT_EQ(last, "Lbcb");
     zel::string a("baa");
     EXPECT_EQ(a.itsub(zel::regex("A*"), "Y", first), 1u);
     EXPECT_EQ(a, "bY") << "a non-empty match later on is preferred";

@@ -412,12 +412,12 @@ public:
     // Substitution of the expression's matches, found as find does: every
     // match (each search begins where the last match ended, and sees that
     // place as a subject start, so ^ matches there), the first or the last.
-    // The first-occurrence form replaces the first match even when it is
-    // empty (the replacement is then inserted there, and counts 1). The
-    // every-occurrence and last-occurrence forms replace only non-empty
-    // matches: a search that finds nothing longer than an empty match ends
-    // them, since an empty match would never advance. The replacement may be
-    // a part of this string.
+    // The first- and last-occurrence forms make one search and one
+    // replacement, so an empty match is replaced too (the replacement is
+    // inserted there, and counts 1). Only the every-occurrence form passes
+    // over empty matches: a search that finds nothing longer than an empty
+    // match ends it, since an empty match would never advance. The
+    // replacement may be a part of this string.
 #define ZEL_STRING_REGEX_SUB_FAMILY(name, exact)                                               \
     unsigned name(regex_type const& re, string_base const& rep, unsigned flags = sub_all) {    \
         return substitute(re, rep.data(), rep.size(), flags, exact);                           \
