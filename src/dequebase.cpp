@@ -320,6 +320,16 @@ void deque_engine::erase(unsigned first, unsigned n) {
 void deque_engine::clear() {
     if (!map_)
         return;
+    unsigned const n = size_;
+    for (unsigned i = 0; i < n; ++i)
+        delete_element(data_[i]);
+    size_ = 0;
+    shrink_map(0, n, nullptr);
+}
+
+void deque_engine::release_all() noexcept {
+    if (!map_)
+        return;
     for (unsigned i = 0; i < size_; ++i)
         delete_element(data_[i]);
     deallocate_map(map_);

@@ -30,10 +30,13 @@ void* global_new(std::size_t bytes) {
 } // namespace
 
 void* detail::allocate_without_handler(std::size_t bytes, detail::on_failure policy) {
-    // With no handler installed there is nothing to remove or restore, and
-    // skipping the two exchanges keeps the common path close to plain new.
+    // With no handler at entry the one to reinstall is null: instead of two
+    // exchanges, one load afterwards, and null put back only when a handler
+    // was installed during the call (which the reinstall would overwrite).
     if (std::get_new_handler() == nullptr) {
         void* p = global_new(bytes);
+        if (std::get_new_handler() != nullptr)
+            std::set_new_handler(nullptr);
         if (!p)
             out_of_memory();
         return p;

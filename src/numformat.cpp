@@ -251,7 +251,6 @@ unsigned format_floating(text_sink text, void* context, fill_sink fill, void con
         errno = EINVAL;
         return 0;
     }
-    errno = 0;
     auto const count = static_cast<unsigned>(written);
     unsigned const fill_count = width > count ? width - count : 0;
 
@@ -324,7 +323,8 @@ C* floating_to_text(long double value, bool is_long, C* buffer, int precision, b
     char out[floating_text_size];
     int const written = print_floating(out, value, is_long, static_cast<unsigned>(precision),
                                        flags, '.');
-    errno = written < 0 ? EINVAL : 0;
+    if (written < 0)
+        errno = EINVAL;  // success leaves errno as it was
     copy_field(buffer, out, written < 0 ? 0 : static_cast<unsigned>(written));
     return buffer;
 }

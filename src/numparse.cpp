@@ -101,11 +101,14 @@ inline std::int64_t as_signed(std::uint64_t u) noexcept {
 }
 
 // Runs the integer engine over `src`. Stores into `store` on success (the
-// value, negated after "-") and after an overflow (the limit); sets errno
-// once, at the end, so a getter that touches errno cannot change the verdict.
+// value, negated after "-") and after an overflow (the limit). errno is
+// cleared first and set only for the engine's own errors, so a value the
+// getter leaves there (a failed read) survives and the signed form, which
+// stores only when errno is 0, then stores nothing.
 template <class Source>
 int scan_integer(Source& src, unsigned radix, long flags, bool is_signed, std::uint64_t& store,
                  bool* at_end) {
+    errno = 0;
     if (!src.usable() || radix == 1 || radix > 36) {
         errno = EINVAL;
         if (at_end)
@@ -178,7 +181,8 @@ int scan_integer(Source& src, unsigned radix, long flags, bool is_signed, std::u
         error = EINVAL;
     else
         store = negative ? 0 - value : value;
-    errno = error;
+    if (error != 0)
+        errno = error;
     if (at_end)
         *at_end = c == end_of_input;
     int const used = static_cast<int>(radix);
@@ -225,6 +229,7 @@ inline double as_double(double x) noexcept {
 template <class Source>
 int scan_floating(Source& src, unsigned decimal_point, long flags, floating_result& out,
                   bool* at_end) {
+    errno = 0;  // from here on only the getter, strtod, pow and the engine's errors set it
     if (!src.usable()) {
         errno = EINVAL;
         if (at_end)
@@ -317,18 +322,15 @@ int scan_floating(Source& src, unsigned decimal_point, long flags, floating_resu
             error = EINVAL;
         } else {
             copy[n] = '\0';
-            errno = 0;
             double value = std::strtod(copy, nullptr);
-            error = errno;
-            if (error == 0 && scale != 0) {
+            if (errno == 0 && scale != 0)
                 value = as_double(value * std::pow(10.0, scale));
-                error = errno;
-            }
             out.value = value;
             out.stored = true;
         }
     }
-    errno = error;
+    if (error != 0)
+        errno = error;
     if (at_end)
         *at_end = c == end_of_input;
     return negative ? -10 : 10;

@@ -22,10 +22,14 @@
 // scanned for it with memchr. The library's tests hold the matcher to the
 // reference exploration, which takes no shortcut and remembers nothing.
 //
-// Loops never run an empty repetition twice at one position: each loop
-// remembers where its body was last entered, and a body that comes back to
-// that position leaves instead of entering again. Such a repetition could
-// only repeat the configuration it started from.
+// Unbounded loops never run an empty repetition twice at one position:
+// each loop remembers where its body was last entered, and a body that
+// comes back to that position leaves instead of entering again. Such a
+// repetition could only repeat the configuration it started from. A
+// counted closure below a finite maximum does enter again (its count is
+// part of the configuration, and another repetition may take a path the
+// empty one did not); the maximum bounds the repetitions, so the time stays
+// polynomial in the subject's length.
 #include "regex_program.h"
 
 #include <algorithm>
@@ -51,9 +55,10 @@ constexpr unsigned max_groups = 64;
 constexpr unsigned max_slots = 256;
 
 // Backtracking stack entries: a choice to resume, a value to restore on
-// the way back to it, or the rest of a run of repetitions to leave after
-// (e_run: from position a up to b, the last one left after).
-enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit, e_run };
+// the way back to it, the rest of a run of repetitions to leave after
+// (e_run: from position a up to b, the last one left after), or the choice
+// to leave a counted closure (e_leave: its loop state, at position a).
+enum entry_tag : std::uint8_t { e_choice, e_capture, e_counter, e_mark, e_trail, e_visit, e_run, e_leave };
 
 struct entry {
     std::uint8_t tag;
@@ -279,6 +284,16 @@ private:
         return (st.kind == re_loop || st.kind == re_count_loop) && marks_[st.arg & 0xFF] == pos;
     }
 
+    // Leaves a counted closure: its counter means nothing until the closure
+    // is entered again (which sets it to 0), so it is cleared, and visits
+    // that differ only in how often a closure left behind ran are one.
+    unsigned leave(re_state const& loop) {
+        unsigned const slot = loop.arg & 0xFF;
+        push(e_counter, slot, counters_[slot]);
+        counters_[slot] = npos;
+        return loop.next2;
+    }
+
     void record(unsigned start, unsigned pos, match_pair* subs) {
         unsigned const end = trail_ != npos ? trail_ : pos;
         unsigned const length = end - start;
@@ -434,15 +449,23 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             re_pair const limits = p_.closures()[st.arg >> 8];
             unsigned const count = counters_[slot];
             bool const may_leave = count >= limits.first;
-            bool const may_enter = count < limits.second && !(may_leave && marks_[slot] == pos);
+            // The body came back empty with the minimum reached: an
+            // unbounded closure (whose count stops at the minimum) leaves,
+            // since another repetition could only repeat the configuration
+            // it started from. Below a finite maximum the count is part of
+            // the configuration and another repetition may take a path the
+            // empty one did not ((c?|b){1,2} on "b"): it is entered again,
+            // and the maximum bounds how often.
+            bool const may_enter =
+                count < limits.second && !(may_leave && limits.second == npos && marks_[slot] == pos);
             if (!may_enter) {
                 if (!may_leave)
                     goto fail;
-                next = st.next2;
+                next = leave(st);
                 break;
             }
             if (may_leave)
-                push(e_choice, st.next2, pos);
+                push(e_leave, state, pos);
             push(e_mark, slot, marks_[slot]);
             marks_[slot] = pos;
             break;
@@ -477,6 +500,10 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             entry const e = stack_.data()[--depth_];
             switch (e.tag) {
             case e_choice: state = e.index; pos = e.a; break;
+            case e_leave:
+                pos = e.a;
+                state = leave(states_[e.index]);
+                break;
             case e_run:
                 state = e.index;
                 pos = e.b - 1;

@@ -301,9 +301,12 @@ unsigned string_base<C>::substitute(regex_type const& re, C const* rep, unsigned
     }
     case sub_first:
     case sub_last: {
+        // One search and one replacement: a match counts even when it is
+        // empty (the replacement is then inserted there). The last-match
+        // scan reports an empty match only when it found nothing else.
         match_pair const m = flags == sub_first ? re.search(text, n, nullptr, exact)
                                                 : detail::last_match(re, text, n, exact);
-        if (!m.found() || m.length == 0)
+        if (!m.found())
             return 0;
         edit(m.position, m.length, rep, rlen, 0, npos);
         return 1;

@@ -75,11 +75,13 @@ string_engine<C>* string_engine<C>::assign(C c, unsigned pos) {
 template <class C>
 string_engine<C>* string_engine<C>::mutate(unsigned n) {
     unsigned const h = header_allowance();
-    // The capacity test guards against a heap that would keep a block too
-    // small; the string heaps never do (their capacity fills the block).
-    if (!shared() && n <= capacity_ &&
+    // An unshared engine asks its heap first. The capacity test comes after
+    // the answer and only guards against a heap that would keep a block too
+    // small (the string heaps never do: their capacity fills the block).
+    if (!shared() &&
         !allocator_->query_resize(capacity_ * unsigned(sizeof(C)) + h,
-                                  n * unsigned(sizeof(C)) + h))
+                                  n * unsigned(sizeof(C)) + h) &&
+        n <= capacity_)
         return this;
     string_engine* r = allocate(n);
     r->size_ = n;
@@ -117,8 +119,9 @@ string_engine<C>* string_engine<C>::merge(unsigned pos, unsigned len, C const* p
     unsigned const m = pos + pn + tail;
     C const* const source = p ? p + ppos : p;
     string_engine* r;
-    if (pn != 0 && holds(source)) {
-        // The source is part of this string: build the result beside it.
+    if (p && holds(source)) {
+        // The source is part of this string, even an empty part: build the
+        // result beside it.
         r = allocate(m);
         traits_type::copy(r->data(), data(), pos);
     } else {

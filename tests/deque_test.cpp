@@ -206,6 +206,30 @@ TEST(DequeEngine, PoppingKeepsTheMapAndErasingShrinksIt) {
     d.check();
 }
 
+// The engine's clear closes the gap as erase does; the typed clear gives
+// everything back.
+TEST(DequeEngine, ClearKeepsACentredMap) {
+    no_leaks guard;
+    for (int n : {1, 100, 20000}) {
+        probe<counted> d;
+        for (int i = 0; i < n; ++i) d.push_back(counted(std::to_string(i)));
+        d.raw().clear();
+        EXPECT_EQ(counted::live, 0) << n;
+        ASSERT_NE(d.map_, nullptr) << n;
+        EXPECT_EQ(d.size(), 0u);
+        EXPECT_EQ(d.capacity(), 4096u) << n;
+        EXPECT_EQ(d.front_room(), 2048u) << n;
+        d.check();
+        d.raw().clear();  // no elements: the stretch is re-centred in place
+        EXPECT_EQ(d.capacity(), 4096u);
+        d.push_front(counted("x"));
+        d.check();
+        d.clear();
+        EXPECT_EQ(d.map_, nullptr);
+        EXPECT_EQ(d.capacity(), 0u);
+    }
+}
+
 TEST(DequeEngine, ReserveOpensRoomAtEitherEnd) {
     probe<int> d;
     d.reserve(10000, zel::deque_engine::rsv_both);

@@ -1,7 +1,8 @@
-// The general heaps: the sizes they ask the runtime for, the capacities they
-// report, their resize rule, the new-handler removal and the failure path;
-// temporary buffers and the pointer conversions.
+// The general and string heaps: the sizes they ask the runtime for, the
+// capacities they report, their resize rules, the new-handler removal and
+// the failure path; temporary buffers and the pointer conversions.
 #include <zel/memory.h>
+#include <zel/string_engine.h>
 
 #include <zel/exception.h>
 
@@ -38,74 +39,79 @@ TEST(VectorHeap, RoundsToTheNextPowerOfTwoStrictlyAbove) {
         EXPECT_EQ(zel::vector_heap::round(c.in), c.out) << c.in;
 }
 
-TEST(VectorHeap, AsksTheRuntimeForTheRoundedSize) {
-    zel::vector_heap heap;
-    expect_request(heap, 0, 1);
-    expect_request(heap, 16, 32);
-    expect_request(heap, 1000, 1024);
-    // A count from 2^31 up wraps to a 1-byte block (outside the contract,
-    // but it must not ask for 4 GiB).
-    expect_request(heap, 2147483648u, 1);
-
-    unsigned capacity = 0;
-    void* p = heap.allocate(4, 10, 12, &capacity);
-    EXPECT_EQ(last_request(), 64u) << "header 12 + 4 x 10 = 52 rounds to 64";
-    EXPECT_EQ(capacity, 13u) << "(64 - 12) / 4";
-    heap.deallocate(p);
-
-    // header + size * count is computed in 32 bits: 0x10000 * 0x10000 wraps to 0.
-    p = heap.allocate(0x10000, 0x10000, 4, &capacity);
-    EXPECT_EQ(last_request(), 8u);
-    EXPECT_EQ(capacity, 0u);
-    heap.deallocate(p);
-}
-
-TEST(StdHeap, AsksForExactlyWhatIsAsked) {
-    zel::std_heap heap;
-    expect_request(heap, 0, 0);
-    expect_request(heap, 16, 16);
-    expect_request(heap, 1000, 1000);
-
-    unsigned capacity = 0;
-    void* p = heap.allocate(4, 10, 12, &capacity);
-    EXPECT_EQ(last_request(), 52u);
-    EXPECT_EQ(capacity, 10u);
-    heap.deallocate(p);
-
-    capacity = 99;
-    p = heap.allocate(4, 10, 12, nullptr);
-    EXPECT_EQ(last_request(), 52u);
-    EXPECT_EQ(capacity, 99u) << "a null capacity pointer stores nothing";
-    heap.deallocate(p);
-}
-
-TEST(Heaps, ResizeRules) {
-    zel::vector_heap v;
-    EXPECT_FALSE(v.query_resize(64, 64));
-    EXPECT_TRUE(v.query_resize(64, 65));
-    EXPECT_FALSE(v.query_resize(64, 32));
-    EXPECT_TRUE(v.query_resize(64, 31));
-    EXPECT_FALSE(v.query_resize(0, 0));
-
+// The four heaps side by side: what they ask the runtime for, the
+// capacities they report, their resize answers and their identities.
+TEST(Heaps, BlockSizesCapacitiesAndResizeRules) {
     zel::std_heap s;
-    EXPECT_TRUE(s.query_resize(64, 63));
-    EXPECT_TRUE(s.query_resize(64, 65));
-    EXPECT_FALSE(s.query_resize(64, 64));
-}
+    zel::vector_heap v;
+    zel::cstring_heap narrow;
+    zel::wstring_heap wide;
+    struct {
+        zel::allocator_engine& heap;
+        unsigned bytes;
+        std::size_t request;
+    } const one[] = {
+        {s, 0, 0},       {s, 16, 16},      {s, 1000, 1000},
+        {v, 0, 1},       {v, 16, 32},      {v, 1000, 1024},
+        {v, 2147483648u, 1},  // 2^31 and up wrap to a 1-byte block, never 4 GiB
+        {narrow, 0, 32}, {narrow, 31, 32}, {narrow, 32, 64}, {narrow, 63, 64},
+        {narrow, 64, 96}, {narrow, 100, 128},  // a granule above the size rounded down
+        {wide, 0, 64},   {wide, 32, 64},   {wide, 63, 64},   {wide, 64, 128}, {wide, 100, 128},
+    };
+    for (auto const& c : one)
+        expect_request(c.heap, c.bytes, c.request);
 
-TEST(Heaps, IdentityAndLimits) {
-    zel::vector_heap v1, v2;
-    zel::std_heap s1, s2;
-    EXPECT_EQ(v1.id(), v2.id());
-    EXPECT_EQ(s1.id(), s2.id());
-    EXPECT_NE(v1.id(), s1.id());
-    EXPECT_EQ(v1.max_size(), 2147483647u);
-    EXPECT_EQ(s1.max_size(), 2147483647u);
+    struct {
+        zel::allocator_engine& heap;
+        unsigned size, count, header;
+        std::size_t request;
+        unsigned capacity;
+    } const four[] = {
+        {s, 4, 10, 12, 52, 10},
+        {v, 4, 10, 12, 64, 13},          // 52 rounds to 64: (64 - 12) / 4
+        {v, 0x10000, 0x10000, 4, 8, 0},  // the product wraps to 0 in 32 bits
+        {narrow, 1, 10, 20, 32, 12},
+        {narrow, 1, 12, 20, 64, 44},
+        {wide, 2, 10, 20, 64, 22},
+    };
+    for (auto const& c : four) {
+        unsigned capacity = 0;
+        void* p = c.heap.allocate(c.size, c.count, c.header, &capacity);
+        EXPECT_EQ(last_request(), c.request) << c.count;
+        EXPECT_EQ(capacity, c.capacity) << c.count;
+        c.heap.deallocate(p);
+    }
+    s.deallocate(s.allocate(4, 10, 12, nullptr));  // a null capacity pointer is not written
+    EXPECT_EQ(last_request(), 52u);
 
+    struct {
+        zel::allocator_engine& heap;
+        unsigned current, requested;
+        bool resize;
+    } const resize[] = {
+        {s, 64, 63, true},       {s, 64, 65, true},        {s, 64, 64, false},
+        {v, 64, 64, false},      {v, 64, 65, true},        {v, 64, 32, false},
+        {v, 64, 31, true},       {v, 0, 0, false},
+        {narrow, 40, 64, false}, {narrow, 64, 65, true},   {narrow, 31, 32, false},
+        {narrow, 32, 33, true},  {narrow, 64, 32, true},   // shrinking by a granule
+        {wide, 65, 128, false},  {wide, 64, 65, true},
+    };
+    for (auto const& c : resize)
+        EXPECT_EQ(c.heap.query_resize(c.current, c.requested), c.resize)
+            << c.current << " -> " << c.requested;
+
+    zel::allocator_engine* const heaps[] = {&s, &v, &narrow, &wide};
+    for (auto* a : heaps) {
+        EXPECT_EQ(a->max_size(), 2147483647u);
+        for (auto* b : heaps)
+            EXPECT_EQ(a->id() == b->id(), a == b);
+    }
+    EXPECT_EQ(zel::vector_heap().id(), v.id());
+    EXPECT_EQ(zel::cstring_heap().id(), narrow.id());
     // Assignment copies nothing and keeps the identity.
-    zel::allocator_engine& engine = v1;
-    engine = v2;
-    EXPECT_EQ(engine.id(), v2.id());
+    zel::allocator_engine& engine = v;
+    engine = zel::vector_heap();
+    EXPECT_EQ(engine.id(), v.id());
 }
 
 TEST(Heaps, CapacityHelperDividesInUnsignedArithmetic) {
@@ -171,6 +177,33 @@ TEST(Heaps, SuccessRestoresTheHandler) {
     s.deallocate(s.allocate(2, 3, 4, nullptr));
     EXPECT_EQ(std::get_new_handler(), &recording_handler);
     EXPECT_FALSE(handler_ran);
+    std::set_new_handler(nullptr);
+}
+
+// With no handler at entry there is none to put back, but one installed
+// during the call (here by the runtime's operator new) is still removed.
+TEST(Heaps, AHandlerInstalledDuringTheCallIsRemoved) {
+    zel::std_heap s;
+    zel::vector_heap v;
+    zel::cstring_heap narrow;
+    zel::wstring_heap wide;
+    struct {
+        zel::allocator_engine& heap;
+        bool four;
+        std::size_t request;
+    } const cases[] = {
+        {s, false, 50}, {s, true, 52}, {v, false, 64}, {v, true, 64},
+        {narrow, false, 64}, {narrow, true, 64}, {wide, false, 64}, {wide, true, 64},
+    };
+    for (auto const& c : cases) {
+        std::set_new_handler(nullptr);
+        {
+            zel_test::installing_handler install(c.request, &recording_handler);
+            void* p = c.four ? c.heap.allocate(4, 8, 20, nullptr) : c.heap.allocate(50);
+            c.heap.deallocate(p);
+        }
+        EXPECT_EQ(std::get_new_handler(), nullptr) << "request " << c.request;
+    }
     std::set_new_handler(nullptr);
 }
 

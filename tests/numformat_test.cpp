@@ -5,6 +5,7 @@
 #include <zel/numconv.h>
 
 #include <cerrno>
+#include <functional>
 #include <cfloat>
 #include <cinttypes>
 #include <cstdio>
@@ -211,6 +212,27 @@ TEST(FormatFloatingText, CharacterArrayForms) {
     EXPECT_EQ(narrow(zel::dtow(-2.5e-7, w, 0, true, false)), "-2.5E-07");
     EXPECT_EQ(narrow(zel::ldtow(100.0L, w, 0, false, true)), "100.000");
     EXPECT_EQ(zel::ldtow(1, nullptr, 6, false, false), nullptr);
+}
+
+// Only the integer engine clears errno: the floating forms leave it alone.
+TEST(FormatFloating, ErrnoIsLeftAsItWas) {
+    char b[72];
+    unsigned short w[72];
+    collector c;
+    std::function<void()> const forms[] = {
+        [&] { zel::dtoa(0.25, b, 0, false, false); },
+        [&] { zel::ldtoa(0.25L, b, 0, false, false); },
+        [&] { zel::dtow(0.25, w, 0, false, false); },
+        [&] { zel::ldtow(0.25L, w, 0, false, false); },
+        [&] { zel::insert(collector::put, &c, collector::fill, &star, 0.25, 5, 6, 0, '.'); },
+        [&] { zel::insert(collector::put, &c, collector::fill, &star, 0.25L, 5, 6, 0, '.'); },
+    };
+    for (auto const& form : forms) {
+        errno = ERANGE;
+        form();
+        EXPECT_EQ(errno, ERANGE);
+    }
+    EXPECT_STREQ(b, "0.25");
 }
 
 // ---- Differential runs -----------------------------------------------------

@@ -38,6 +38,7 @@ struct reader {
     std::size_t at = 0;
     int calls = 0;
     bool protocol_kept = true;
+    int error_at_end = 0;  // set in errno when the end is reported, as a failed read would
 
     static unsigned get(void* context, bool advance) {
         auto& r = *static_cast<reader*>(context);
@@ -45,7 +46,11 @@ struct reader {
             r.protocol_kept = false;
         if (advance && r.at < r.text.size())
             ++r.at;
-        return r.at < r.text.size() ? static_cast<unsigned char>(r.text[r.at]) : zel::end_of_input;
+        if (r.at < r.text.size())
+            return static_cast<unsigned char>(r.text[r.at]);
+        if (r.error_at_end)
+            errno = r.error_at_end;
+        return zel::end_of_input;
     }
 };
 
@@ -72,97 +77,70 @@ TEST(Digits, TableCoversDigitsAndBothLetterCases) {
     EXPECT_FALSE(zel::isdigit(zel::end_of_input, 36));
 }
 
-TEST(ParseIntegerText, SignPrefixAndRadix) {
-    char const* text = "  -0x1F";
-    char const* end = nullptr;
-    for (int radix : {0, 16}) {
-        EXPECT_EQ(zel::strtoq(text, &end, radix), -31) << radix;
-        EXPECT_EQ(errno, 0);
-        EXPECT_EQ(end, text + 7);
+// Each text through the narrow and the wide form: the value, errno and how
+// many characters were consumed.
+TEST(ParseIntegerText, ValuesErrorsAndEndPointers) {
+    constexpr std::int64_t min = std::numeric_limits<std::int64_t>::min();
+    constexpr std::int64_t max = std::numeric_limits<std::int64_t>::max();
+    struct {
+        char const* text;
+        int radix;
+        bool is_signed;
+        std::uint64_t value;
+        int error;
+        unsigned consumed;
+    } const cases[] = {
+        {"  -0x1F", 0, true, std::uint64_t(-31), 0, 7},
+        {"  -0x1F", 16, true, std::uint64_t(-31), 0, 7},
+        {"  -0x1F", 2, true, std::uint64_t(-1), 0, 6},  // "0x" is a prefix in radix 2 too
+        {"0b101", 0, true, 5, 0, 5},
+        {"0B101", 16, true, 0x101, 0, 5},                 // a binary prefix in radix 16
+        {"- \t42", 10, true, std::uint64_t(-42), 0, 5},  // white space after the sign
+        {"017", 0, true, 017, 0, 3},
+        {"zZ", 36, true, 35 * 36 + 35, 0, 2},
+        {"0z", 0, true, 0, 0, 1},                         // the zero is an octal digit
+        {"08", 0, true, 0, 0, 1},
+        {"0x", 16, true, 0, EINVAL, 2},                   // the letter takes the zero's digit away
+        {"0", 16, true, 0, 0, 1},
+        {"9223372036854775808", 10, true, 0, ERANGE, 18},  // signed keeps 0; the digit stays unread
+        {"-9223372036854775808", 10, true, std::uint64_t(min), 0, 20},
+        {"9223372036854775807", 10, true, std::uint64_t(max), 0, 19},
+        {"ffffffffffffffff", 16, true, std::uint64_t(-1), 0, 16},  // all 64 bits outside radix 10
+        {"-ffffffffffffffff", 16, true, 1, 0, 17},
+        {"1ffffffffffffffff", 16, true, 0, ERANGE, 16},
+        {"-1", 10, false, all_bits, 0, 2},
+        {"18446744073709551615", 10, false, all_bits, 0, 20},
+        {"18446744073709551616", 10, false, all_bits, ERANGE, 19},  // unsigned keeps the limit
+        {"-18446744073709551616", 10, false, all_bits, ERANGE, 20},  // not negated
+        {"  xyz", 10, true, 0, EINVAL, 2},                // the skipped white space is consumed
+        {"+", 10, true, 0, EINVAL, 1},
+        {"12", 1, false, 0, EINVAL, 0},
+        {"12", 37, false, 0, EINVAL, 0},
+        {"12", -10, false, 0, EINVAL, 0},
+    };
+    for (auto const& c : cases) {
+        char const* end = nullptr;
+        std::uint64_t const v = c.is_signed ? std::uint64_t(zel::strtoq(c.text, &end, c.radix))
+                                            : zel::strtouq(c.text, &end, c.radix);
+        EXPECT_EQ(v, c.value) << c.text << " radix " << c.radix;
+        EXPECT_EQ(errno, c.error) << c.text << " radix " << c.radix;
+        EXPECT_EQ(end, c.text + c.consumed) << c.text << " radix " << c.radix;
+        auto const w = widen(c.text);
+        unsigned short const* wend = nullptr;
+        std::uint64_t const wv = c.is_signed ? std::uint64_t(zel::wstrtoq(w.data(), &wend, c.radix))
+                                             : zel::wstrtouq(w.data(), &wend, c.radix);
+        EXPECT_EQ(wv, c.value) << c.text;
+        EXPECT_EQ(wend, w.data() + c.consumed) << c.text;
     }
-    // Radix 2 takes "0x" as its prefix too, reads the 1 and stops at F.
-    EXPECT_EQ(zel::strtoq(text, &end, 2), -1);
-    EXPECT_EQ(end, text + 6);
-    EXPECT_EQ(zel::strtoq("0b101", nullptr, 0), 5);
-    EXPECT_EQ(zel::strtoq("0B101", nullptr, 16), 0x101) << "a binary prefix in radix 16";
-    EXPECT_EQ(zel::strtoq("- \t42", nullptr, 10), -42) << "white space after the sign";
-    EXPECT_EQ(zel::strtoq("017", nullptr, 0), 017);
-    EXPECT_EQ(zel::strtoq("zZ", nullptr, 36), 35 * 36 + 35);
-}
-
-TEST(ParseIntegerText, ZeroPrefixCases) {
-    char const* end = nullptr;
-    char const* zero_z = "0z";
-    EXPECT_EQ(zel::strtoq(zero_z, &end, 0), 0);
-    EXPECT_EQ(errno, 0) << "the zero is an octal digit";
-    EXPECT_EQ(end, zero_z + 1);
-    char const* zero_eight = "08";
-    EXPECT_EQ(zel::strtoq(zero_eight, &end, 0), 0);
-    EXPECT_EQ(end, zero_eight + 1);
-    char const* bare = "0x";
-    EXPECT_EQ(zel::strtoq(bare, &end, 16), 0);
-    EXPECT_EQ(errno, EINVAL) << "the letter takes the zero's digit away";
-    EXPECT_EQ(end, bare + 2);
-    EXPECT_EQ(zel::strtoq("0", nullptr, 16), 0);
-    EXPECT_EQ(errno, 0);
-}
-
-TEST(ParseIntegerText, LimitsAndOverflow) {
-    char const* too_big = "9223372036854775808";
-    char const* end = nullptr;
-    EXPECT_EQ(zel::strtoq(too_big, &end, 10), 0) << "the signed form keeps 0";
-    EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(end, too_big + 18) << "the digit that did not fit stays unread";
-    EXPECT_EQ(zel::strtoq("-9223372036854775808", nullptr, 10),
-              std::numeric_limits<std::int64_t>::min());
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(zel::strtoq("9223372036854775807", nullptr, 10),
-              std::numeric_limits<std::int64_t>::max());
-
-    // Outside radix 10 the signed form reads all 64 bits and negates them.
-    EXPECT_EQ(zel::strtoq("ffffffffffffffff", nullptr, 16), -1);
-    EXPECT_EQ(zel::strtoq("-ffffffffffffffff", nullptr, 16), 1);
-    EXPECT_EQ(zel::strtoq("1ffffffffffffffff", &end, 16), 0);
-    EXPECT_EQ(errno, ERANGE);
-
-    EXPECT_EQ(zel::strtouq("-1", nullptr, 10), all_bits);
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(zel::strtouq("18446744073709551615", nullptr, 10), all_bits);
-    EXPECT_EQ(zel::strtouq("18446744073709551616", &end, 10), all_bits)
-        << "the unsigned form keeps the limit";
-    EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(zel::strtouq("-18446744073709551616", nullptr, 10), all_bits) << "not negated";
-}
-
-TEST(ParseIntegerText, RefusedArgumentsAndNoDigits) {
-    char const* text = "  xyz";
-    char const* end = nullptr;
-    EXPECT_EQ(zel::strtoq(text, &end, 10), 0);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(end, text + 2) << "the skipped white space is consumed";
-    for (int radix : {1, 37, -10}) {
-        end = nullptr;
-        EXPECT_EQ(zel::strtouq("12", &end, radix), 0u) << radix;
-        EXPECT_EQ(errno, EINVAL);
-    }
-    end = text;
+    char const* end = "x";
     EXPECT_EQ(zel::strtoq(nullptr, &end, 10), 0);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(end, nullptr);
-    EXPECT_EQ(zel::strtoq("+", nullptr, 10), 0);
-    EXPECT_EQ(errno, EINVAL);
-}
-
-TEST(ParseIntegerText, WideCharactersAreNotTruncated) {
-    auto text = widen("  -0x1F");
-    unsigned short const* end = nullptr;
-    EXPECT_EQ(zel::wstrtoq(text.data(), &end, 0), -31);
-    EXPECT_EQ(end, text.data() + 7);
-    EXPECT_EQ(zel::wstrtouq(widen("-1").data(), nullptr, 10), all_bits);
-    // 0x131 and 0x120 have the low bytes of "1" and " ".
+    // 0x131 and 0x120 have the low bytes of "1" and " ": no truncation.
     unsigned short const odd[] = {'1', 0x131, 0};
-    EXPECT_EQ(zel::wstrtoq(odd, &end, 10), 1);
-    EXPECT_EQ(end, odd + 1);
+    unsigned short const* wend = nullptr;
+    EXPECT_EQ(zel::wstrtoq(odd, &wend, 10), 1);
+    EXPECT_EQ(wend, odd + 1);
     unsigned short const spaced[] = {0x120, '1', 0};
     EXPECT_EQ(zel::wstrtoq(spaced, nullptr, 10), 0);
     EXPECT_EQ(errno, EINVAL);
@@ -186,6 +164,38 @@ TEST(ParseIntegerExtract, StoresFollowTheTarget) {
     EXPECT_EQ(run_extract(r, 10, 0, u, nullptr), -10);
     EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(u, 7u) << "no digit, nothing stored";
+}
+
+// A getter's errno is the engines' verdict unless they find an error of
+// their own: the signed and double forms then store nothing.
+TEST(ParseExtract, AnErrorLeftByTheGetterIsKept) {
+    reader r{"12", 0, 0, true, EIO};
+    std::int64_t s = 77;
+    run_extract(r, 10, 0, s, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(s, 77);
+    r = reader{"12", 0, 0, true, EIO};
+    std::uint64_t u = 77;
+    run_extract(r, 10, 0, u, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(u, 12u) << "the unsigned form stores directly";
+    r = reader{"99999999999999999999", 0, 0, true, EIO};
+    run_extract(r, 10, 0, u, nullptr);
+    EXPECT_EQ(errno, ERANGE) << "the engine's own error wins";
+
+    r = reader{"2.5e1", 0, 0, true, EIO};
+    double d = 77;
+    run_extract(r, '.', 0, d, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(d, 77);
+    r = reader{"25e-1", 0, 0, true, EIO};
+    long double ld = 77;
+    run_extract(r, '.', 0, ld, nullptr);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(ld, 2.5L) << "the long double form stores directly";
+    r = reader{"1e", 0, 0, true, EIO};
+    run_extract(r, '.', 0, d, nullptr);
+    EXPECT_EQ(errno, EINVAL);
 }
 
 TEST(ParseIntegerExtract, RadixFromFlagsEndFlagAndProtocol) {
@@ -241,38 +251,42 @@ TEST(ParseIntegerExtract, MissingCallbacksAndBadRadix) {
     EXPECT_EQ(v, 5);
 }
 
-TEST(ParseFloatingText, NormalisedCopyAndScale) {
+TEST(ParseFloatingText, ValuesErrorsAndEndPointers) {
+    struct {
+        char const* text;
+        long double value;
+        int error;
+        unsigned consumed;
+    } const cases[] = {
+        {"000.5", 0.5L, 0, 5},
+        {".5", 0.5L, 0, 2},
+        {"  -  2.5e1", -25.0L, 0, 10},           // white space after the sign
+        {"1e000000000000003", 1000.0L, 0, 17},  // exponent zeros dropped
+        {"1.5e5x", 150000.0L, 0, 5},
+        {"1e", 0.0L, EINVAL, 2},                // the e is consumed
+        {"", 0.0L, EINVAL, 0},
+        {".", 0.0L, EINVAL, 1},
+        {"-", 0.0L, EINVAL, 1},
+        {"abc", 0.0L, EINVAL, 0},
+        {"1e123456789012", HUGE_VALL, ERANGE, 14},  // eight exponent digits are kept
+    };
+    for (auto const& c : cases) {
+        char const* end = nullptr;
+        EXPECT_EQ(zel::xstrtold(c.text, &end), c.value) << c.text;
+        EXPECT_EQ(errno, c.error) << c.text;
+        EXPECT_EQ(end, c.text + c.consumed) << c.text;
+    }
     std::string sixty(60, '7');
     double expected = std::strtod(sixty.substr(0, 55).c_str(), nullptr) * std::pow(10.0, 5);
     EXPECT_EQ(static_cast<double>(zel::xstrtold(sixty.c_str(), nullptr)), expected);
     // A zero integer part: the zeros after the point become a scale.
     volatile double scaled = std::strtod("0.0123", nullptr) * std::pow(10.0, -1);
     EXPECT_EQ(static_cast<double>(zel::xstrtold("0.00123", nullptr)), scaled);
-    EXPECT_EQ(zel::xstrtold("000.5", nullptr), 0.5L);
-    EXPECT_EQ(zel::xstrtold(".5", nullptr), 0.5L);
-    EXPECT_EQ(zel::xstrtold("  -  2.5e1", nullptr), -25.0L) << "white space after the sign";
-    EXPECT_EQ(zel::xstrtold("1e000000000000003", nullptr), 1000.0L) << "exponent zeros dropped";
     EXPECT_TRUE(std::signbit(zel::xstrtold("-0", nullptr)));
-}
-
-TEST(ParseFloatingText, ErrorsAndEndPointers) {
-    char const* end = nullptr;
-    char const* bare_e = "1e";
-    EXPECT_EQ(zel::xstrtold(bare_e, &end), 0.0L);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(end, bare_e + 2) << "the e is consumed";
-    char const* tail = "1.5e5x";
-    EXPECT_EQ(zel::xstrtold(tail, &end), 150000.0L);
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(end, tail + 5);
-    for (char const* none : {"", ".", "-", "abc"}) {
-        EXPECT_EQ(zel::xstrtold(none, nullptr), 0.0L) << none;
-        EXPECT_EQ(errno, EINVAL) << none;
-    }
+    char const* end = "x";
     EXPECT_EQ(zel::xstrtold(nullptr, &end), 0.0L);
     EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(zel::xstrtold("1e123456789012", nullptr), HUGE_VALL) << "eight exponent digits";
-    EXPECT_EQ(errno, ERANGE);
+    EXPECT_EQ(end, nullptr);
 
     auto wide = widen(" 2.25e-2;");
     unsigned short const* wend = nullptr;

@@ -59,106 +59,68 @@ match_pair compare(char const* pattern, char const* subject) {
     return re.compare(subject);
 }
 
-TEST(RegexCompile, InputChecksFailAtIndexZero) {
-    EXPECT_FAILS(nullptr, 19, 0);
-    EXPECT_FAILS("", 20, 0);
-    std::string p(127, 'a');
-    EXPECT_COMPILES(p.c_str());
-    p += 'a';
-    EXPECT_FAILS(p.c_str(), 21, 0);
+// Status 1 compiles; any other code fails at the location given.
+TEST(RegexCompile, StatusCodesAndErrorLocations) {
+    struct {
+        char const* pattern;
+        unsigned code, location;
+    } const cases[] = {
+        {nullptr, 19, 0}, {"", 20, 0},
+        // quotes, escapes and white space
+        {"a b", 18, 1}, {"a\\ b", 1, 0}, {"\"a b\"", 1, 0}, {"\"abc", 2, 3}, {"ab\\", 3, 2},
+        {"\\q", 3, 0}, {"x\\c", 3, 1}, {"\\xg1", 3, 0}, {"\\-\\,\\:\\*\\(\\{\\|\\/\\^\\\"\\\\", 1, 0},
+        {"\\cA\\c[\\x41\\e\\f\\n\\r\\t\\v\\z", 1, 0},
+        {"\"\"a", 1, 0},  // two quotation marks stand for nothing
+        // closures and their specifiers
+        {"a**", 22, 2}, {"a*?", 22, 2}, {"a{2}*", 22, 4}, {"a{2,1}", 8, 5}, {"a{0}", 8, 3},
+        {"a{,3}", 8, 2}, {"a{}", 8, 2}, {"a{2, 3}", 18, 4}, {"a{0,}", 1, 0}, {"a{1,1}", 1, 0},
+        // groups and back-references
+        {"(a)\\0", 1, 0}, {"(a)\\1", 5, 3}, {"\\0(a)", 5, 0}, {"(a\\0)", 1, 0}, {"()", 1, 0},
+        {"(", 22, 1}, {")", 22, 0}, {"a(b", 22, 3},
+        // classes; white space is a literal inside one
+        {"[\\d]", 1, 0}, {"[\\1]", 3, 1}, {"[:foo:]", 12, 2}, {"[[:alpha:]]", 22, 1},
+        {"[:DIGIT:]", 1, 0}, {"[^:space:]", 1, 0}, {"[]", 22, 1}, {"[a^]", 22, 2},
+        {"[a-\\d]", 22, 3}, {"[a b]", 1, 0},
+        // anchors and trailing context
+        {"x^", 22, 1}, {"$x", 22, 1}, {"^", 1, 0}, {"$", 1, 0}, {"^$", 1, 0}, {"^a|b$", 1, 0},
+        {"a/b", 1, 0}, {"a/b/c", 22, 3}, {"(a/b)", 1, 0}, {"a|", 22, 2},
+    };
+    for (auto const& c : cases) {
+        status const s = compile_status(c.pattern);
+        EXPECT_EQ(s.code, c.code) << (c.pattern ? c.pattern : "null");
+        EXPECT_EQ(s.location, c.code == 1 ? npos : c.location) << (c.pattern ? c.pattern : "null");
+    }
     zel::regex re;
     EXPECT_EQ(re.status(), 0u);
     EXPECT_EQ(re.error_location(), npos);
 }
 
-TEST(RegexCompile, QuotesEscapesAndWhiteSpace) {
-    EXPECT_FAILS("a b", 18, 1);
-    EXPECT_COMPILES("a\\ b");
-    EXPECT_COMPILES("\"a b\"");
-    EXPECT_FAILS("\"abc", 2, 3);
-    EXPECT_FAILS("ab\\", 3, 2);
-    EXPECT_FAILS("\\q", 3, 0);
-    EXPECT_FAILS("x\\c", 3, 1);
-    EXPECT_FAILS("\\xg1", 3, 0);
-    EXPECT_COMPILES("\\-\\,\\:\\*\\(\\{\\|\\/\\^\\\"\\\\");
-    EXPECT_COMPILES("\\cA\\c[\\x41\\e\\f\\n\\r\\t\\v\\z");
-    EXPECT_COMPILES("\"\"a");  // two quotation marks stand for nothing
-}
-
-TEST(RegexCompile, ClosuresAndTheirSpecifiers) {
-    EXPECT_FAILS("a**", 22, 2);
-    EXPECT_FAILS("a*?", 22, 2);
-    EXPECT_FAILS("a{2}*", 22, 4);
-    EXPECT_FAILS("a{2,1}", 8, 5);
-    EXPECT_FAILS("a{0}", 8, 3);
-    EXPECT_FAILS("a{,3}", 8, 2);
-    EXPECT_FAILS("a{}", 8, 2);
-    EXPECT_FAILS("a{2, 3}", 18, 4);
-    EXPECT_COMPILES("a{0,}");
-    EXPECT_COMPILES("a{1,1}");
-    // Thirty-one distinct pairs fit; a thirty-second closure fails even
-    // when its pair is already in the table.
-    std::string p;
+// The tables' limits: 127 pattern units, closure pairs (equal ones shared),
+// 64 groups, 32 classes (a 33rd fails even when equal to an earlier one).
+TEST(RegexCompile, TableLimits) {
+    std::string p(127, 'a');
+    EXPECT_COMPILES(p.c_str());
+    EXPECT_FAILS((p + 'a').c_str(), 21, 0);
+    std::string closures;
     for (int i = 2; i < 33; ++i)
-        p += "a{" + std::to_string(i) + "}";
-    EXPECT_EQ(compile_status(p.substr(0, 127).c_str()).code, 1u);
-    std::string q;
+        closures += "a{" + std::to_string(i) + "}";
+    EXPECT_COMPILES(closures.substr(0, 127).c_str());
+    std::string shared;
     for (int i = 0; i < 31; ++i)
-        q += "a{2}";  // 124 units, one shared pair
-    EXPECT_COMPILES(q.c_str());
-    std::string r;
+        shared += "a{2}";  // 124 units, one shared pair
+    EXPECT_COMPILES(shared.c_str());
+    std::string twenty;
     for (int i = 2; i < 22; ++i)
-        r += "a{" + std::to_string(i) + "}";  // 20 pairs in 114 units
-    EXPECT_COMPILES(r.c_str());
-}
-
-TEST(RegexCompile, GroupsAndBackReferences) {
-    EXPECT_COMPILES("(a)\\0");
-    EXPECT_FAILS("(a)\\1", 5, 3);
-    EXPECT_FAILS("\\0(a)", 5, 0);
-    EXPECT_COMPILES("(a\\0)");
-    EXPECT_COMPILES("()");
-    EXPECT_FAILS("(", 22, 1);
-    EXPECT_FAILS(")", 22, 0);
-    EXPECT_FAILS("a(b", 22, 3);
+        twenty += "a{" + std::to_string(i) + "}";  // 20 pairs in 114 units
+    EXPECT_COMPILES(twenty.c_str());
     EXPECT_FAILS(std::string(65, '(').c_str(), 17, 64);
-    std::string q(63, '(');
-    q += std::string(63, ')');
-    EXPECT_COMPILES(q.c_str());
-}
-
-TEST(RegexCompile, ClassesAndNamedClasses) {
-    EXPECT_COMPILES("[\\d]");
-    EXPECT_FAILS("[\\1]", 3, 1);
-    EXPECT_FAILS("[:foo:]", 12, 2);
-    EXPECT_FAILS("[[:alpha:]]", 22, 1);
-    EXPECT_COMPILES("[:DIGIT:]");
-    EXPECT_COMPILES("[^:space:]");
-    EXPECT_FAILS("[]", 22, 1);
-    EXPECT_FAILS("[a^]", 22, 2);
-    EXPECT_FAILS("[a-\\d]", 22, 3);
-    EXPECT_COMPILES("[a b]");  // white space is a literal inside a class
-    // Thirty-two classes compile; a thirty-third fails even if equal to one
-    // before it.
-    std::string p;
+    EXPECT_COMPILES((std::string(63, '(') + std::string(63, ')')).c_str());
+    std::string classes;
     for (char c : std::string("abcdefghijklmnopqrstuvwxyz012345"))
-        p += std::string("[") + c + "]";
-    EXPECT_COMPILES(p.substr(0, 96).c_str());
-    EXPECT_EQ(compile_status((p.substr(0, 96) + "[a]").c_str()).code, 13u);
-    EXPECT_EQ(compile_status((p.substr(0, 96) + "\\d").c_str()).code, 13u);
-}
-
-TEST(RegexCompile, AnchorsAndTrailingContext) {
-    EXPECT_FAILS("x^", 22, 1);
-    EXPECT_FAILS("$x", 22, 1);
-    EXPECT_COMPILES("^");
-    EXPECT_COMPILES("$");
-    EXPECT_COMPILES("^$");
-    EXPECT_COMPILES("^a|b$");
-    EXPECT_COMPILES("a/b");
-    EXPECT_FAILS("a/b/c", 22, 3);
-    EXPECT_COMPILES("(a/b)");
-    EXPECT_FAILS("a|", 22, 2);
+        classes += std::string("[") + c + "]";
+    EXPECT_COMPILES(classes.substr(0, 96).c_str());
+    EXPECT_EQ(compile_status((classes.substr(0, 96) + "[a]").c_str()).code, 13u);
+    EXPECT_EQ(compile_status((classes.substr(0, 96) + "\\d").c_str()).code, 13u);
 }
 
 TEST(RegexCompile, FailedCompileDropsTheProgram) {
@@ -190,17 +152,48 @@ TEST(RegexCompile, PrintStatus) {
     EXPECT_STREQ(zel::regex_base::message(22), "syntax error");
 }
 
-TEST(RegexMatch, LongestLeftmostAndEmptyMatches) {
-    EXPECT_EQ(search("a*", "baa"), (match_pair{1, 2}));
-    EXPECT_EQ(search("a*", "bbb"), (match_pair{0, 0}));
-    EXPECT_EQ(search("a|ab", "xab"), (match_pair{1, 2}));
-    EXPECT_EQ(search("(a*)*b", "aaab"), (match_pair{0, 4}));
-    EXPECT_EQ(search("x", ""), none);
-    EXPECT_EQ(search("a{2,3}", "aaaa"), (match_pair{0, 3}));
-    EXPECT_EQ(search("(ab){2}", "abababab"), (match_pair{0, 4}));
-    EXPECT_EQ(search("(a|b){3,}", "xabbaab"), (match_pair{1, 6}));
-    EXPECT_EQ(search("(a*){2,}b", "aab"), (match_pair{0, 3}));
-    EXPECT_EQ(search("()a", "ba"), (match_pair{1, 1}));
+// Spans: search (exact case or not) and compare, which tests the first unit
+// and what literal strings and back-references reach from it.
+TEST(RegexMatch, SpansOfSearchAndCompare) {
+    enum how { exact, any_case, compared };
+    struct {
+        char const* pattern;
+        char const* subject;
+        how form;
+        match_pair span;
+    } const cases[] = {
+        // longest leftmost; an empty match only when nothing longer exists
+        {"a*", "baa", exact, {1, 2}}, {"a*", "bbb", exact, {0, 0}}, {"a|ab", "xab", exact, {1, 2}},
+        {"(a*)*b", "aaab", exact, {0, 4}}, {"x", "", exact, none}, {"a{2,3}", "aaaa", exact, {0, 3}},
+        {"(ab){2}", "abababab", exact, {0, 4}}, {"(a|b){3,}", "xabbaab", exact, {1, 6}},
+        {"(a*){2,}b", "aab", exact, {0, 3}}, {"()a", "ba", exact, {1, 1}},
+        // the compare bound
+        {"abc", "abcdef", compared, {0, 3}}, {"a.c", "abcdef", compared, none},
+        {"a", "", compared, none}, {"a", "ab", compared, {0, 1}}, {"b", "ab", compared, none},
+        {"(a)\\0", "aa", compared, none},  // a back-reference must start before the end
+        {"a*", "aaa", compared, {0, 1}}, {"$", "x", compared, {1, 0}},  // 1 is the subject end
+        // anchors and line ends
+        {"^b", "a\nb", exact, {2, 1}}, {"^b", "a\rb", exact, {2, 1}}, {"^b", "ab", exact, none},
+        {"a$", "ba\r\n", exact, {1, 1}}, {"a$", "ab", exact, none}, {"^$", "", exact, {0, 0}},
+        {"a\\nb", "a\r\nb", exact, {0, 4}}, {"a\\nb", "a\rb", exact, {0, 3}},
+        {"a.b", "a\nb", exact, none},
+        // case
+        {"abc", "xABC", any_case, {1, 3}}, {"abc", "xABC", exact, none},
+        {"[a-z]", "Q", any_case, {0, 1}}, {"[A-Z]+", "abC", any_case, {0, 3}},
+        {"(a)\\0", "aA", any_case, {0, 2}}, {"(a)\\0", "aA", exact, none},
+        // trailing context and back-references
+        {"ab/cd", "xabcd", exact, {1, 2}}, {"ab/cd", "xabce", exact, none},
+        {"a*/b", "aaab", exact, {0, 3}}, {"(a+)b\\0", "aabaa", exact, {0, 5}},
+        {"(a+)b\\0", "aaba", exact, {1, 3}},
+        {"(a\\0)", "aa", exact, none},  // an open group has captured nothing yet
+    };
+    for (auto const& c : cases) {
+        match_pair const m = c.form == compared ? compare(c.pattern, c.subject)
+                                                : search(c.pattern, c.subject, c.form == exact);
+        EXPECT_EQ(m, c.span) << c.pattern << " on [" << c.subject << "]";
+    }
+    zel::regex not_x("[^x]");
+    EXPECT_EQ(not_x.search("\n\r\0y", 4), (match_pair{3, 1}));
 }
 
 TEST(RegexMatch, CapturesOfTheFirstPathAmongEqualLengths) {
@@ -228,47 +221,30 @@ TEST(RegexMatch, CapturesOfTheFirstPathAmongEqualLengths) {
     EXPECT_EQ(d[4], (match_pair{7, 3}));
 }
 
-TEST(RegexMatch, CompareTestsTheFirstUnit) {
-    EXPECT_EQ(compare("abc", "abcdef"), (match_pair{0, 3}));
-    EXPECT_EQ(compare("a.c", "abcdef"), none);
-    EXPECT_EQ(compare("a", ""), none);
-    EXPECT_EQ(compare("a", "ab"), (match_pair{0, 1}));
-    EXPECT_EQ(compare("b", "ab"), none);
-    EXPECT_EQ(compare("(a)\\0", "aa"), none);  // a back-reference must start before the end
-    EXPECT_EQ(compare("a*", "aaa"), (match_pair{0, 1}));
-    EXPECT_EQ(compare("$", "x"), (match_pair{1, 0}));  // position 1 is the subject end
-}
-
-TEST(RegexMatch, AnchorsAndLineEnds) {
-    EXPECT_EQ(search("^b", "a\nb").position, 2u);
-    EXPECT_EQ(search("^b", "a\rb").position, 2u);
-    EXPECT_EQ(search("^b", "ab"), none);
-    EXPECT_EQ(search("a$", "ba\r\n"), (match_pair{1, 1}));
-    EXPECT_EQ(search("a$", "ab"), none);
-    EXPECT_EQ(search("^$", ""), (match_pair{0, 0}));
-    EXPECT_EQ(search("a\\nb", "a\r\nb"), (match_pair{0, 4}));
-    EXPECT_EQ(search("a\\nb", "a\rb"), (match_pair{0, 3}));
-    EXPECT_EQ(search("a.b", "a\nb"), none);
-    zel::regex not_x("[^x]");
-    EXPECT_EQ(not_x.search("\n\r\0y", 4), (match_pair{3, 1}));
-}
-
-TEST(RegexMatch, CaseRules) {
-    EXPECT_EQ(search("abc", "xABC", false), (match_pair{1, 3}));
-    EXPECT_EQ(search("abc", "xABC", true), none);
-    EXPECT_EQ(search("[a-z]", "Q", false), (match_pair{0, 1}));
-    EXPECT_EQ(search("[A-Z]+", "abC", false), (match_pair{0, 3}));
-    EXPECT_EQ(search("(a)\\0", "aA", false), (match_pair{0, 2}));
-    EXPECT_EQ(search("(a)\\0", "aA", true), none);
-}
-
-TEST(RegexMatch, TrailingContextAndBackReferences) {
-    EXPECT_EQ(search("ab/cd", "xabcd"), (match_pair{1, 2}));
-    EXPECT_EQ(search("ab/cd", "xabce"), none);
-    EXPECT_EQ(search("a*/b", "aaab"), (match_pair{0, 3}));
-    EXPECT_EQ(search("(a+)b\\0", "aabaa"), (match_pair{0, 5}));
-    EXPECT_EQ(search("(a+)b\\0", "aaba"), (match_pair{1, 3}));
-    EXPECT_EQ(search("(a\\0)", "aa"), none);  // an open group has captured nothing yet
+// Below its maximum a bounded closure may run another repetition after an
+// empty one at the same position; every such path is explored.
+TEST(RegexMatch, BoundedClosuresRepeatAfterAnEmptyRepetition) {
+    struct {
+        char const* pattern;
+        char const* subject;
+        match_pair span;
+        std::vector<match_pair> groups;
+    } const cases[] = {
+        {"x((c?)|(d?)){1,2}\\1\\2y", "xy", {0, 2}, {{1, 0}, {1, 0}, {1, 0}}},
+        {"x((c?)|(d?)){0,2}\\1\\2y", "xy", {0, 2}, {{1, 0}, {1, 0}, {1, 0}}},
+        {"(c?|b){1,2}", "b", {0, 1}, {{0, 1}}},
+        {"(c?|b){0,2}", "b", {0, 1}, {{0, 1}}},
+        {"(a?|b){2,3}", "b", {0, 1}, {{0, 1}}},
+        {"x((c?)|(d?)){1,1}\\1\\2y", "xy", none, {}},  // at the maximum: no more
+        {"(c?|b){1,}", "b", {0, 1}, {{1, 0}}},  // unbounded: b, then one empty repetition
+    };
+    for (auto const& c : cases) {
+        zel::regex re(c.pattern);
+        match_pair subs[3];
+        EXPECT_EQ(re.search(c.subject, npos, subs), c.span) << c.pattern;
+        for (std::size_t i = 0; i < c.groups.size(); ++i)
+            EXPECT_EQ(subs[i], c.groups[i]) << c.pattern << " group " << i;
+    }
 }
 
 TEST(RegexMatch, RsearchCountsFromTheEndOfThePreviousMatch) {
@@ -565,6 +541,30 @@ TEST(StringRegex, FindContainsAndSubstitute) {
     EXPECT_EQ(w.find(wd), (match_pair{1, 2}));
     EXPECT_EQ(w.tsub(wd, u'-', 1), 2u);
     EXPECT_TRUE(w == zel::wstring(u"x-y-"));
+}
+
+// One search and one replacement, whatever the match's length; only the
+// every-occurrence form passes over empty matches.
+TEST(StringRegex, FirstAndLastOccurrenceReplaceAnEmptyMatch) {
+    zel::regex star("a*");
+    auto const first = zel::string::sub_first;
+    zel::string s("bbb");
+    EXPECT_EQ(s.tsub(star, "X", first), 1u);
+    EXPECT_EQ(s, "Xbbb");
+    EXPECT_EQ(s.tsub(star, '-', 2, first), 1u);
+    EXPECT_EQ(s, "--Xbbb");
+    EXPECT_EQ(s.remove(star, first), 1u);
+    EXPECT_EQ(s, "--Xbbb");
+    EXPECT_EQ(s.tsub(star, "X"), 0u);
+    zel::string last("bcb");
+    EXPECT_EQ(last.tsub(star, "L", zel::string::sub_last), 1u);
+    EXPECT_EQ(last, "Lbcb");
+    zel::string a("baa");
+    EXPECT_EQ(a.itsub(zel::regex("A*"), "Y", first), 1u);
+    EXPECT_EQ(a, "bY") << "a non-empty match later on is preferred";
+    zel::wstring w(u"bbb");
+    EXPECT_EQ(w.tsub(zel::wregex(reinterpret_cast<unsigned short const*>(u"a*")), u'Z', 1, first), 1u);
+    EXPECT_TRUE(w == zel::wstring(u"Zbbb"));
 }
 
 } // namespace

@@ -13,6 +13,7 @@
 #include <new>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -58,53 +59,32 @@ struct peek : string {
 };
 zel::string_engine<char>* engine_of(string const& s) { return peek(s).engine(); }
 
+// A heap that records its calls and takes its blocks from std_heap.
+struct recording_heap : zel::std_heap {
+    using std_heap::allocate;
+    static inline std::string log;
+    static inline int blocks = 0;
+    bool query_resize(unsigned current, unsigned requested) const override {
+        log += "q" + std::to_string(current) + "," + std::to_string(requested) + " ";
+        return std_heap::query_resize(current, requested);
+    }
+    void* allocate(unsigned size, unsigned count, unsigned header, unsigned* capacity) override {
+        log += "a" + std::to_string(count) + " ";
+        ++blocks;
+        return std_heap::allocate(size, count, header, capacity);
+    }
+    void deallocate(void* block) override {
+        --blocks;
+        std_heap::deallocate(block);
+    }
+};
+using rstring = zel::basic_string<char, zel::char_traits<char>, recording_heap>;
+
 std::u16string to_u16(wstring const& w) {
     return std::u16string(reinterpret_cast<char16_t const*>(w.data()), w.size());
 }
 
 // --- heaps -------------------------------------------------------------------
-
-TEST(StringHeap, AllocationAddsAGranuleAboveTheSizeRoundedDown) {
-    zel::cstring_heap narrow;
-    zel::wstring_heap wide;
-    struct { unsigned in, narrow, wide; } const cases[] = {
-        {0, 32, 64}, {31, 32, 64}, {32, 64, 64}, {63, 64, 64}, {64, 96, 128}, {100, 128, 128}};
-    for (auto const& c : cases) {
-        narrow.deallocate(narrow.allocate(c.in));
-        EXPECT_EQ(last_request(), c.narrow) << c.in;
-        wide.deallocate(wide.allocate(c.in));
-        EXPECT_EQ(last_request(), c.wide) << c.in;
-    }
-    unsigned capacity = 0;
-    void* p = narrow.allocate(1, 10, 20, &capacity);
-    EXPECT_EQ(last_request(), 32u);
-    EXPECT_EQ(capacity, 12u);
-    narrow.deallocate(p);
-    p = narrow.allocate(1, 12, 20, &capacity);
-    EXPECT_EQ(last_request(), 64u);
-    EXPECT_EQ(capacity, 44u);
-    narrow.deallocate(p);
-    p = wide.allocate(2, 10, 20, &capacity);
-    EXPECT_EQ(last_request(), 64u);
-    EXPECT_EQ(capacity, 22u);
-    wide.deallocate(p);
-}
-
-TEST(StringHeap, QueryResizeComparesSizesRoundedUp) {
-    zel::cstring_heap narrow;
-    zel::wstring_heap wide;
-    EXPECT_FALSE(narrow.query_resize(40, 64));
-    EXPECT_TRUE(narrow.query_resize(64, 65));
-    EXPECT_FALSE(narrow.query_resize(31, 32));
-    EXPECT_TRUE(narrow.query_resize(32, 33));
-    EXPECT_TRUE(narrow.query_resize(64, 32)) << "shrinking by a granule reallocates";
-    EXPECT_FALSE(wide.query_resize(65, 128));
-    EXPECT_TRUE(wide.query_resize(64, 65));
-    EXPECT_EQ(narrow.id(), zel::cstring_heap().id());
-    EXPECT_NE(narrow.id(), wide.id());
-    EXPECT_NE(narrow.id(), zel::std_heap().id());
-    EXPECT_EQ(narrow.max_size(), 2147483647u);
-}
 
 void no_memory_handler() {}
 
@@ -246,8 +226,71 @@ TEST(StringEngine, TheSharedEmptyEngineIsNeverFreed) {
     EXPECT_EQ(empty->refs(), before);
     EXPECT_EQ(empty->size(), 0u);
     EXPECT_EQ(*empty->data(), '\0');
-    EXPECT_EQ(zel::detail::cstring_initializer.storage(), zel::detail::cstring_initializer.heap());
     EXPECT_EQ(empty->pool(), zel::detail::cstring_initializer.storage());
+}
+
+// The allocator an engine records is a one-pointer handle onto any heap.
+TEST(StringEngine, AnyAllocatorEngineBacksStrings) {
+    EXPECT_EQ(sizeof(zel::virtual_allocator<char>), sizeof(void*));
+    EXPECT_FALSE((std::is_base_of_v<zel::allocator_engine, zel::virtual_allocator<char>>));
+    auto& narrow = zel::detail::cstring_initializer;
+    narrow.init();
+    EXPECT_EQ(narrow.storage()->heap(), narrow.heap());
+
+    {
+        rstring s("hello");
+        rstring t(s);
+        t += " world";
+        EXPECT_STREQ(t.c_str(), "hello world");
+        EXPECT_STREQ(s.c_str(), "hello");
+        EXPECT_EQ(recording_heap::blocks, 2);
+        EXPECT_EQ(rstring::initializer().storage()->heap(), rstring::initializer().heap());
+    }
+    EXPECT_EQ(recording_heap::blocks, 0);
+
+    // An engine over a general heap, reached through a handle of its own.
+    zel::vector_heap heap;
+    zel::virtual_allocator<char> handle(&heap);
+    alignas(engine) unsigned char room[sizeof(engine) + 4];
+    engine* empty = ::new (static_cast<void*>(room)) engine(2, &handle, 0, 0);
+    empty->terminate(0);
+    held<engine> e(empty->create("abc", npos, 0, npos));
+    EXPECT_EQ(e.text(), "abc");
+    EXPECT_EQ(e.e->pool(), &handle);
+    unsigned const h = engine::header_allowance();
+    EXPECT_EQ(e.e->capacity(), zel::vector_heap::round(3 + h) - h);
+}
+
+// A heap that keeps every block, whatever the size asked.
+struct keeping_heap : recording_heap {
+    bool query_resize(unsigned, unsigned) const override { return false; }
+};
+using kstring = zel::basic_string<char, zel::char_traits<char>, keeping_heap>;
+
+TEST(StringEngine, MergeAndMutateAskTheHeapFirst) {
+    unsigned const h = engine::header_allowance();
+    rstring s("abcdef");
+    char const* const before = s.c_str();
+    recording_heap::log.clear();
+    s.insert(2, s.c_str() + 1, 0);
+    EXPECT_EQ(recording_heap::log, "a6 ") << "an empty source inside the block: a fresh engine";
+    EXPECT_NE(s.c_str(), before);
+    EXPECT_STREQ(s.c_str(), "abcdef");
+
+    rstring g("abc");
+    recording_heap::log.clear();
+    g.append("defgh");
+    EXPECT_EQ(recording_heap::log, "q" + std::to_string(3 + h) + "," + std::to_string(8 + h) + " a8 ")
+        << "an unshared engine asks before it grows";
+    EXPECT_STREQ(g.c_str(), "abcdefgh");
+
+    {
+        kstring k("abc");
+        k.append("defgh");  // the heap says keep, but the block is too small
+        k.append(k);
+        EXPECT_STREQ(k.c_str(), "abcdefghabcdefgh");
+    }
+    EXPECT_EQ(recording_heap::blocks, 2);  // s and g
 }
 
 // --- sharing and copy-on-write -----------------------------------------------------

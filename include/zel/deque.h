@@ -31,7 +31,7 @@ namespace zel {
 // and line) when a position lies past the end; counts are clipped.
 //
 // Copies are shallow and the destructor frees nothing: the typed layer calls
-// clear(), which deletes the elements and gives the map back.
+// release_all(), which deletes the elements and gives the map back.
 //
 // Insertions are strong: the gap is opened first (recording a safe_move),
 // and a failure while the new elements are made deletes those made so far
@@ -85,7 +85,9 @@ public:
     // Deletes [first, first + n), n clipped, and closes the gap; a map far
     // too big for what remains is replaced by a smaller one.
     void erase(unsigned first, unsigned n);
-    // Deletes every element and gives the map back.
+    // Deletes every element and closes the gap as erase does: the map stays,
+    // its empty stretch re-centred (or it is replaced by a 4096-slot one
+    // when it is bigger than that).
     void clear();
     // Replace the contents. A sub-range of this engine itself is kept in
     // place by erasing what lies behind it and then before it.
@@ -123,6 +125,10 @@ protected:
     virtual void delete_element(void* element) = 0;
     // Exchanges the values of two elements (the element-by-element swap).
     virtual void swap_elements(void* a, void* b) = 0;
+
+    // Deletes every element and gives the map back (no map, capacity 0):
+    // what the typed layer's destructor and clear() do.
+    void release_all() noexcept;
 
     [[noreturn]] static void mismatched_iterator();
     [[noreturn]] static void iterator_at_end();
@@ -227,7 +233,7 @@ public:
     }
     deque(deque const& other) : deque() { deque_engine::insert(0, other); }
     deque(deque&& other) noexcept : deque() { swap(other); }
-    ~deque() override { clear(); }
+    ~deque() override { release_all(); }
 
     deque& operator=(deque const& other) {
         deque_engine::assign(other);
@@ -288,8 +294,9 @@ public:
     void reserve(unsigned n, rsv_flags where = rsv_back) { deque_engine::reserve(n, where); }
 
     // Deletes every element and gives back the map and the pool's blocks.
+    // Unlike the engine's clear(), which keeps the map.
     void clear() noexcept {
-        deque_engine::clear();
+        release_all();
         pool_.release();
     }
 

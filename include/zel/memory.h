@@ -60,7 +60,9 @@ protected:
 // Every allocation of both heaps removes the process's new-handler for the
 // call, so the client's handler never runs and nothing is retried. A failed
 // allocation raises bad_alloc ("bad allocation") as a plain zel::exception,
-// and kept behaviour: the new-handler then stays removed.
+// and kept behaviour: the new-handler then stays removed. Kept too: the
+// remove-and-reinstall is not atomic, so a handler another thread (or a
+// replaced operator new) installs during an allocation is overwritten.
 class ZEL_API std_heap : public allocator_engine {
 public:
     std_heap() noexcept = default;
@@ -100,14 +102,38 @@ public:
     void deallocate(void* block) override;
 };
 
-// The typed handle through which a string engine reaches its heap: the
-// string heaps are handed out as virtual_allocator<C> pointers and called
-// through the allocator_engine operations.
+// The typed handle through which a string engine reaches its heap: one
+// pointer to an allocator_engine, so any heap (a string heap, a general
+// heap, a user's) can back strings. String engines record a pointer to a
+// handle and call the heap through it; the handle must outlive every engine
+// allocated through it.
 template <class C>
-class ZEL_API virtual_allocator : public allocator_engine {
+class virtual_allocator {
 public:
     using value_type = C;
+
+    virtual_allocator() noexcept = default;
+    explicit virtual_allocator(allocator_engine* heap) noexcept : heap_(heap) {}
+
+    allocator_engine* heap() const noexcept { return heap_; }
+
+    // The heap's operations (see allocator_engine).
+    unsigned long id() const { return heap_->id(); }
+    unsigned max_size() const { return heap_->max_size(); }
+    bool query_resize(unsigned current, unsigned requested) const {
+        return heap_->query_resize(current, requested);
+    }
+    void* allocate(unsigned size, unsigned count, unsigned header, unsigned* capacity) {
+        return heap_->allocate(size, count, header, capacity);
+    }
+    void* allocate(unsigned bytes) { return heap_->allocate(bytes); }
+    void deallocate(void* block) { heap_->deallocate(block); }
+
+private:
+    allocator_engine* heap_ = nullptr;
 };
+
+static_assert(sizeof(virtual_allocator<char>) == sizeof(void*), "a handle is one pointer");
 
 // Gives back a buffer obtained from get_temporary_buffer.
 ZEL_API void return_temporary_buffer(void* buffer) noexcept;

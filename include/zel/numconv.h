@@ -5,9 +5,11 @@
 // their relatives) and the streams' number facets are built on them, for
 // both `char` and the 16-bit wide `unsigned short`.
 //
-// None of these functions raises. Each sets `errno`: 0 on success, EINVAL
+// None of these functions raises. They report through `errno`: EINVAL
 // (22) for no digits, a bad radix or a missing callback, ERANGE (34) for a
-// value out of range.
+// value out of range. The scanning engines and the integer formatting
+// engine clear it first (0 on success); floating formatting (the floating
+// insert, dtoa, ldtoa, dtow, ldtow) leaves it as it was unless it fails.
 //
 // Floating-point text goes through the C library (`strtod` to read,
 // `snprintf` to write), so it follows the C library's rules for the
@@ -56,6 +58,11 @@ constexpr unsigned end_of_input = 0xFFFFFFFFu;
 // `strtouq("-1")` is all bits set and the signed target reads "-ff...f"
 // (radix 16) as 1.
 //
+// errno is cleared first and then set only for the engine's own errors, so
+// a value the getter leaves there (EIO from a failed read, say) is the
+// result: the signed form, which stores only when errno is 0, then stores
+// nothing.
+//
 // Stores: the signed form stores only on success (errno 0). The unsigned
 // form stores the value on success and the limit (all bits set) after an
 // overflow. Without digits nothing is stored. On overflow the offending
@@ -87,7 +94,9 @@ ZEL_API int extract(number_getter get, void* get_context, space_predicate is_spa
 // nothing is stored. Without mantissa digits: errno 22, nothing stored.
 // Out of range: errno 34 from `strtod` or `pow`; the `double` form then
 // stores nothing, the `long double` form stores what the C library gave
-// (HUGE_VAL, 0 or a denormal, with its sign).
+// (HUGE_VAL, 0 or a denormal, with its sign). As for integers, errno is
+// cleared first and a value the getter leaves there is kept: the `double`
+// form then stores nothing, the `long double` form stores the unscaled copy.
 //
 // `at_end` as for the integer engine. Returns -10 after a "-" sign, else 10.
 ZEL_API int extract(number_getter get, void* get_context, space_predicate is_space,

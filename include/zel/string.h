@@ -412,9 +412,12 @@ public:
     // Substitution of the expression's matches, found as find does: every
     // match (each search begins where the last match ended, and sees that
     // place as a subject start, so ^ matches there), the first or the last.
-    // Only non-empty matches are replaced: a search that finds nothing
-    // longer than an empty match ends the substitution. The replacement
-    // may be a part of this string.
+    // The first- and last-occurrence forms make one search and one
+    // replacement, so an empty match is replaced too (the replacement is
+    // inserted there, and counts 1). Only the every-occurrence form passes
+    // over empty matches: a search that finds nothing longer than an empty
+    // match ends it, since an empty match would never advance. The
+    // replacement may be a part of this string.
 #define ZEL_STRING_REGEX_SUB_FAMILY(name, exact)                                               \
     unsigned name(regex_type const& re, string_base const& rep, unsigned flags = sub_all) {    \
         return substitute(re, rep.data(), rep.size(), flags, exact);                           \
@@ -590,9 +593,10 @@ bool operator<=(string_base<C> const& a, string_base<C> const& b) noexcept { ret
 template <class C>
 bool operator>=(string_base<C> const& a, string_base<C> const& b) noexcept { return !(a < b); }
 
-// The typed layer: a string over a character type, its traits and a string
-// heap. It adds no field to string_base; it supplies the empty engine of its
-// heap's initializer and the constructors users expect.
+// The typed layer: a string over a character type, its traits and a heap
+// (a string heap, or any default-constructible allocator_engine). It adds
+// no field to string_base; it supplies the empty engine of its heap's
+// initializer and the constructors users expect.
 template <class C, class Traits, class Heap>
 class basic_string : public string_base<C> {
     using base = string_base<C>;

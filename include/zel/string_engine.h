@@ -84,15 +84,19 @@ public:
     // Replaces the len characters at pos (cut) by characters ppos to
     // ppos + pn of the text p of length plen (npos: traits length; pn cut to
     // what remains; a null p is empty). The source may lie inside this very
-    // string: it is read before anything is overwritten. Raises
+    // string: it is read before anything is overwritten, and the result is
+    // then always a new engine, even for an empty source. Raises
     // out_of_range when pos > size() or ppos > plen.
     string_engine* merge(unsigned pos, unsigned len, C const* p, unsigned plen, unsigned ppos,
                          unsigned pn);
     // An engine the caller may write, with room for n characters, its size
-    // field set to n and the first min(n, size()) characters preserved. It
-    // is this one when it is not shared and the heap keeps the block
-    // (query_resize false); otherwise a new one. The caller must set the
-    // final size (terminate) before handing the engine on.
+    // field set to n and the first min(n, size()) characters preserved. An
+    // unshared engine asks its heap's query_resize first, whatever n is; it
+    // is this one when the heap keeps the block (false); otherwise a new one.
+    // A heap that answers false for more than the capacity holds is
+    // overruled: the engine takes a new block rather than write past its
+    // own. The caller must set the final size (terminate) before handing the
+    // engine on.
     string_engine* mutate(unsigned n);
     // Removes n characters at pos (cut to what remains); removing nothing
     // returns this engine unchanged. Raises out_of_range when pos > size().
@@ -164,7 +168,7 @@ static_assert(sizeof(string_engine<char>) == (pointers_are_32_bits ? 16 : 24),
 //     one-argument allocate reinstalls it only on success.
 // A failed allocation raises bad_alloc ("bad allocation") as a plain
 // zel::exception.
-class ZEL_API cstring_heap : public virtual_allocator<char> {
+class ZEL_API cstring_heap : public allocator_engine {
 public:
     cstring_heap() noexcept = default;
     ~cstring_heap() override;
@@ -178,7 +182,7 @@ public:
     void deallocate(void* block) override;
 };
 
-class ZEL_API wstring_heap : public virtual_allocator<unsigned short> {
+class ZEL_API wstring_heap : public allocator_engine {
 public:
     wstring_heap() noexcept = default;
     ~wstring_heap() override;
@@ -199,10 +203,11 @@ ZEL_API void lock_global() noexcept;
 ZEL_API void unlock_global() noexcept;
 } // namespace detail
 
-// Owns a string heap and the shared empty engine of the strings over it.
-// Meant for static storage: zero-filled, it is unbuilt, and init() builds it
-// on first use, once, under the library's global lock. The heap is its own
-// virtual_allocator, so storage() and heap() name the same object.
+// Owns a string heap, the virtual_allocator handle onto it (storage(), the
+// allocator every engine of these strings records) and the shared empty
+// engine of the strings over it. Meant for static storage: zero-filled, it
+// is unbuilt, and init() builds it on first use, once, under the library's
+// global lock. Heap is any default-constructible allocator_engine.
 //
 // The empty engine starts with a share count of 2, one more than handles
 // ever give back, so it is never freed.
@@ -233,7 +238,7 @@ private:
         detail::lock_global();
         if (state_.load(std::memory_order_relaxed) == 0) {
             heap_ = ::new (static_cast<void*>(heap_object_)) Heap();
-            storage_ = heap_;
+            storage_ = ::new (static_cast<void*>(allocator_object_)) virtual_allocator<C>(heap_);
             engine_ = ::new (static_cast<void*>(empty_)) engine_type(2, storage_, 0, 0);
             engine_->terminate(0);
             state_.store(-1, std::memory_order_release);
@@ -248,6 +253,7 @@ private:
     virtual_allocator<C>* storage_;
     engine_type* engine_;
     alignas(Heap) unsigned char heap_object_[sizeof(Heap)];
+    alignas(virtual_allocator<C>) unsigned char allocator_object_[sizeof(virtual_allocator<C>)];
     alignas(engine_type) unsigned char empty_[sizeof(engine_type) + 4];
 };
 

@@ -12,6 +12,8 @@ namespace {
 constexpr std::size_t no_size = static_cast<std::size_t>(-1);
 std::atomic<std::size_t> poisoned{no_size};
 thread_local std::size_t last = 0;
+std::atomic<std::size_t> installing{no_size};
+std::atomic<std::new_handler> installed{nullptr};
 
 // Calls the new-handler until it gives up; false when none is installed.
 bool run_handler() {
@@ -24,6 +26,8 @@ bool run_handler() {
 
 void* obtain(std::size_t bytes) {
     last = bytes;
+    if (bytes == installing.load(std::memory_order_relaxed))
+        std::set_new_handler(installed.load());
     for (;;) {
         void* p = bytes == poisoned.load(std::memory_order_relaxed) ? nullptr
                                                                      : std::malloc(bytes ? bytes : 1);
@@ -54,6 +58,12 @@ std::size_t last_request() noexcept { return last; }
 
 failing_size::failing_size(std::size_t bytes) noexcept { poisoned.store(bytes); }
 failing_size::~failing_size() { poisoned.store(no_size); }
+
+installing_handler::installing_handler(std::size_t bytes, std::new_handler handler) noexcept {
+    installed.store(handler);
+    installing.store(bytes);
+}
+installing_handler::~installing_handler() { installing.store(no_size); }
 
 } // namespace zel_test
 

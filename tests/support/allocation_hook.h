@@ -5,6 +5,7 @@
 #define ZEL_TEST_ALLOCATION_HOOK_H
 
 #include <cstddef>
+#include <new>
 
 namespace zel_test {
 
@@ -20,6 +21,16 @@ public:
     ~failing_size();
     failing_size(failing_size const&) = delete;
     failing_size& operator=(failing_size const&) = delete;
+};
+
+// While alive, a request of exactly `bytes` installs `handler` as the
+// new-handler before it succeeds, as a replaced operator new might.
+class installing_handler {
+public:
+    installing_handler(std::size_t bytes, std::new_handler handler) noexcept;
+    ~installing_handler();
+    installing_handler(installing_handler const&) = delete;
+    installing_handler& operator=(installing_handler const&) = delete;
 };
 
 } // namespace zel_test
