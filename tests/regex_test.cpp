@@ -472,8 +472,8 @@ TEST(RegexDifferential, RememberedAndPlainExplorationAgree) {
         for (int k = 0; k < 3; ++k) {
             std::string const s = g.subject(7);  // the plain exploration is exponential
             match_pair a[64], b[64];
-            match_pair const remembered = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), a, false);
-            match_pair const plain = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), b, true);
+            match_pair const remembered = zel::detail::regex_probe::search(re, s.c_str(), 1, unsigned(s.size()), a, true, zel::detail::re_path::remembered);
+            match_pair const plain = zel::detail::regex_probe::search(re, s.c_str(), 1, unsigned(s.size()), b, true, zel::detail::re_path::reference);
             ASSERT_EQ(remembered, plain) << "pattern " << p << " subject " << s;
             for (unsigned j = 0; remembered.found() && j < n; ++j)
                 ASSERT_EQ(a[j], b[j]) << "group " << j << " of [" << p << "] on [" << s << "]" << remembered.position << "," << remembered.length;

@@ -64,6 +64,7 @@ enum wregex_alphabets : unsigned {
 struct xbuf;             // a compiled program (internal layout)
 namespace detail {
 struct regex_probe;      // the library's own tests reach the matcher through it
+struct re_cache;         // the automaton's states and transitions (internal)
 }
 struct parse_op_buffer;  // the compiler's working state (internal)
 
@@ -159,7 +160,7 @@ protected:
     // either unit width (unit_size 1 or 2).
     regex_base(allocator_engine& heap, unsigned alpha_lower, unsigned alpha_upper) noexcept
         : heap_(heap), program_(nullptr), status_(0), location_(npos),
-          alpha_lower_(alpha_lower), alpha_upper_(alpha_upper) {}
+          alpha_lower_(alpha_lower), alpha_upper_(alpha_upper), cache_(nullptr) {}
     bool compile_units(unsigned short const* pattern, unsigned length);
     match_pair match(void const* subject, unsigned unit_size, unsigned length, bool search,
                      bool exact_case, match_pair* subs) const;
@@ -178,6 +179,9 @@ private:
     unsigned location_;
     unsigned alpha_lower_;  // the class alphabet: lower included, upper excluded
     unsigned alpha_upper_;
+    // The automaton's cache: made with the program, dropped with it, never
+    // shared by copies; matching threads take turns building in it.
+    detail::re_cache* cache_;
 };
 
 // The wide expression: patterns and subjects of 16-bit units. Its classes
