@@ -39,7 +39,7 @@
 #include <cctype>
 #include <cstring>
 #include <memory>
-#include <mutex>
+#include <atomic>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -152,10 +152,14 @@ private:
     std::vector<unsigned> sample_;   // a unit of each class
     bool eligible_[256];
     int lone_unit_ = -1;             // the only unit a match can begin with
+    std::int32_t initial_ = -1;      // the state before the first unit
 
     std::vector<std::string> keys_;
     std::unordered_map<std::string, std::int32_t> index_;
     std::vector<edge> edges_;
+    // The scan's fast table beside edges_: for a plain move the offset of
+    // the target's row, else -1 (not built, or an effect to apply).
+    std::vector<std::int32_t> moves_;
     std::vector<std::uint8_t> group_count_;  // per state
     std::vector<std::uint8_t> idle_;         // per state: no group, still starting new ones
     std::vector<std::uint8_t> stopped_;      // per state: no group, no new ones
@@ -283,6 +287,7 @@ std::int32_t re_automaton::intern(std::string const& key) {
     index_.emplace(key, id);
     keys_.push_back(key);
     edges_.resize(edges_.size() + stride_, edge{-1, 0});
+    moves_.resize(moves_.size() + stride_, -1);
     std::uint32_t words[2];
     std::memcpy(words, key.data(), sizeof words);
     group_count_.push_back(std::uint8_t(words[1]));
@@ -304,12 +309,14 @@ void re_automaton::flush() {
     keys_.clear();
     index_.clear();
     edges_.clear();
+    moves_.clear();
     group_count_.clear();
     idle_.clear();
     stopped_.clear();
     effects_.clear();
     effects_.push_back(effect{});  // effect 0: nothing
     bytes_ = 0;
+    initial_ = -1;
 }
 
 // The transition of `state` on `unit` (end_unit past the subject).
@@ -495,26 +502,28 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     std::uint32_t const head[2] = {next_prev | (matched ? 4u : 0u), new_groups};
     std::memcpy(&next_key[0], head, sizeof head);
 
-    bool const plain = fx.match_group == npos && !fx.started && fx.keep == (std::uint64_t(1) << old_groups) - 1 &&
-                       new_groups == old_groups;
+    if (bytes_ > cache_budget) {  // full: start again from this state
+        flush();
+        state = intern(key);
+    }
+    std::int32_t const target = intern(next_key);
+    // A transition that changes no group's start and reports nothing is a
+    // plain move (a group started and dropped at once changes nothing). One
+    // into a state without groups is not: the scan looks at what follows.
+    bool const plain = fx.match_group == npos && fx.keep == (std::uint64_t(1) << old_groups) - 1 &&
+                       !idle_[std::size_t(target)] && !stopped_[std::size_t(target)];
     std::uint32_t effect_no = 0;
     if (!plain) {
         effect_no = std::uint32_t(effects_.size());
         effects_.push_back(fx);
         bytes_ += sizeof fx;
     }
-    if (bytes_ > cache_budget) {  // full: start again from this state
-        flush();
-        state = intern(key);
-        effect_no = 0;
-        if (!plain) {
-            effect_no = std::uint32_t(effects_.size());
-            effects_.push_back(fx);
-        }
-    }
-    edge const e{intern(next_key), effect_no};
-    if (cache_it)
+    edge const e{target, effect_no};
+    if (cache_it) {
         edges_[std::size_t(state) * stride_ + cls] = e;
+        if (!effect_no)
+            moves_[std::size_t(state) * stride_ + cls] = std::int32_t(std::size_t(target) * stride_);
+    }
     return e;
 }
 
@@ -524,15 +533,29 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         return re_refused;
     if (keys_.empty())
         flush();
-    std::uint32_t starts_at[max_groups];
-    std::uint32_t scratch[max_groups];
+    if (initial_ < 0)
+        initial_ = initial();
+    std::uint32_t starts_at[max_groups + 1];
     unsigned groups = 0;
     match_pair longest{npos, npos}, empty{npos, npos};
     bool const skip = !anchored_;
-    std::int32_t state = initial();
+    std::int32_t state = initial_;
+    edge const* edges = edges_.data();
     std::uint64_t counted = 0;
 
-    // Applies a transition's effect at position q.
+    // The edge from `state` on unit u, built when not known yet.
+    auto edge_on = [&](unsigned u) -> edge {
+        unsigned const cls = u < 256 ? class_of_[u] : u == end_unit ? end_class_ : class_of(u);
+        if (cls != npos) {
+            edge const e = edges[std::size_t(state) * stride_ + cls];
+            if (e.next >= 0)
+                return e;
+        }
+        edge const e = cls == npos ? build(state, u, false, 0) : build(state, u, true, cls);
+        edges = edges_.data();
+        return e;
+    };
+    // Applies a transition's effect at position q; false once the scan can stop.
     auto apply = [&](edge const& e, unsigned q) {
         effect const& fx = effects_[e.effect];
         if (fx.match_group != npos) {
@@ -543,34 +566,21 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         }
         if (fx.started)
             starts_at[groups++] = q;
-        unsigned kept = 0;
-        for (unsigned g = 0; g < groups; ++g)
-            if ((fx.keep >> g) & 1)
-                scratch[kept++] = starts_at[g];
-        std::memcpy(starts_at, scratch, kept * sizeof *scratch);
-        groups = kept;
-    };
-    auto step = [&](unsigned u, unsigned q) -> bool {
-        unsigned const cls = u < 256 ? class_of_[u] : u == end_unit ? end_class_ : class_of(u);
-        edge e;
-        if (cls == npos) {
-            e = build(state, u, false, 0);
-        } else {
-            e = edges_[std::size_t(state) * stride_ + cls];
-            if (e.next < 0)
-                e = build(state, u, true, cls);
+        if (fx.keep != (std::uint64_t(1) << groups) - 1) {
+            unsigned kept = 0;
+            for (unsigned g = 0; g < groups; ++g)
+                if ((fx.keep >> g) & 1)
+                    starts_at[kept++] = starts_at[g];
+            groups = kept;
         }
-        if (refused_)
-            return false;
-        if (e.effect)
-            apply(e, q);
         state = e.next;
-        return true;
+        return !stopped_[std::size_t(state)];
     };
 
     unsigned q = 0;
-    for (; q < n; ++q) {
-        if (skip && idle_[std::size_t(state)]) {
+    bool idle = idle_[std::size_t(state)];
+    for (;;) {
+        if (idle && skip) {
             // Nothing is under way: pass over the units no match begins with.
             unsigned const from = q;
             if (sizeof(U) == 1 && lone_unit_ >= 0) {
@@ -581,20 +591,46 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
                     ++q;
             }
             counted += q - from;
-            if (q == n)
-                break;
         }
-        ++counted;
-        if (!step(s[q], q))
-            return re_refused;
-        if (stopped_[std::size_t(state)])
+        // Plain moves in a tight loop; anything else leaves it.
+        unsigned const from = q;
+        edge e{0, 0};
+        while (q < n) {
+            if (sizeof(U) == 1) {
+                std::int32_t const* const moves = moves_.data();
+                std::int32_t row = std::int32_t(std::size_t(state) * stride_);
+                for (std::int32_t to; q < n && (to = moves[row + class_of_[s[q]]]) >= 0; ++q)
+                    row = to;
+                state = std::int32_t(unsigned(row) / stride_);
+                if (q == n)
+                    break;
+            }
+            e = edge_on(s[q]);
+            if (refused_)
+                return re_refused;
+            if (e.effect)
+                break;
+            state = e.next;
+            ++q;
+        }
+        counted += q - from;
+        if (q == n)
             break;
-    }
-    if (q == n) {
         ++counted;
-        if (!step(end_unit, n))
-            return re_refused;
+        if (!apply(e, q))
+            goto done;
+        ++q;
+        idle = idle_[std::size_t(state)];
     }
+    {
+        ++counted;
+        edge const e = edge_on(end_unit);
+        if (refused_)
+            return re_refused;
+        if (e.effect)
+            apply(e, n);
+    }
+done:
     if (steps)
         *steps += counted;
     span = longest.position != npos ? longest : empty;
@@ -604,7 +640,7 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
 // --- the cache owned by each compiled expression ------------------------------------
 
 struct re_cache {
-    std::mutex lock;
+    std::atomic_flag busy = ATOMIC_FLAG_INIT;
     std::unique_ptr<re_automaton> modes[2];  // inexact, exact
 };
 
@@ -621,11 +657,14 @@ re_outcome re_automaton_search(re_cache* cache, xbuf const& p, void const* subje
     };
     // One thread at a time builds in the shared cache; a thread that finds
     // it busy builds its own for the call.
-    std::unique_lock<std::mutex> hold(cache->lock, std::try_to_lock);
-    if (!hold.owns_lock()) {
+    if (cache->busy.test_and_set(std::memory_order_acquire)) {
         re_automaton own(p, exact);
         return run(own);
     }
+    struct release {
+        std::atomic_flag& busy;
+        ~release() { busy.clear(std::memory_order_release); }
+    } const hold{cache->busy};
     std::unique_ptr<re_automaton>& a = cache->modes[exact];
     if (!a)
         a.reset(new re_automaton(p, exact));

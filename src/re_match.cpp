@@ -500,8 +500,8 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             break;
         case re_final:
             record(start, pos, subs);
-            if (pos == full_ && trail_ == npos)
-                return;  // nothing longer is possible from this start
+            if ((pos == full_ || pos == limit_) && trail_ == npos)
+                return;  // nothing longer is possible from this start (or wanted: the span is known)
             goto fail;
         default:  // linking and zero-width states
             break;
