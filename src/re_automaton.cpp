@@ -36,7 +36,6 @@
 #include "regex_program.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <memory>
 #include <atomic>
@@ -52,7 +51,7 @@ namespace {
 
 constexpr unsigned npos = 0xFFFFFFFFu;
 constexpr unsigned max_groups = 63;    // the keep mask of a transition is 64 bits
-constexpr unsigned max_threads = 4096; // per state: beyond this the explorer serves
+constexpr std::size_t max_words = 16384; // thread words per state (64 KiB): beyond, the explorer serves
 constexpr std::size_t cache_budget = std::size_t(1) << 20;  // bytes per case mode
 
 // Context of the unit before the current position (only with a `^`).
@@ -89,12 +88,8 @@ private:
         bool final = false;
     };
 
-    unsigned lower(unsigned c) const noexcept {
-        return c < 256 ? unsigned(std::tolower(int(c))) : c;
-    }
-    unsigned upper(unsigned c) const noexcept {
-        return c < 256 ? unsigned(std::toupper(int(c))) : c;
-    }
+    unsigned lower(unsigned c) const noexcept { return c < 256 ? cases_.lower[c] : c; }
+    unsigned upper(unsigned c) const noexcept { return c < 256 ? cases_.upper[c] : c; }
     bool same(unsigned a, unsigned b) const noexcept { return a == b || (!exact_ && lower(a) == lower(b)); }
     bool in_class(unsigned k, unsigned c) const noexcept {
         if (c < 256)
@@ -124,6 +119,7 @@ private:
 
     xbuf const& p_;
     re_state const* states_;
+    re_case_map const& cases_;
     bool exact_;
     bool anchored_;
     unsigned width_;                 // words per thread: the state word and one per counter
@@ -169,7 +165,7 @@ private:
 };
 
 re_automaton::re_automaton(xbuf const& p, bool exact)
-    : p_(p), states_(p.states()), exact_(exact), anchored_(p.anchored != 0) {
+    : p_(p), states_(p.states()), cases_(re_cases()), exact_(exact), anchored_(p.anchored != 0) {
     unsigned counters = 0;
     std::memset(counter_of_, 0xFF, sizeof counter_of_);
     for (unsigned i = 1; i <= p.top_state; ++i)
@@ -440,7 +436,7 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
                 follow(st.next1);
             }
         }
-        if (visited.size() > max_threads)
+        if (visited.size() * width_ > max_words)
             refused_ = true;
     }
     if (refused_)

@@ -2,6 +2,11 @@
 // and wregex_base over a compiled program (see regex_program.h), written
 // once over the subject's unit type.
 //
+// A search first asks the automaton (src/re_automaton.cpp) for the
+// leftmost-longest span; the explorer below runs only for captures, on that
+// span (stopping at the first path that reaches its end, which is the one
+// whose captures win), and for what the automaton does not serve.
+//
 // The matcher explores every path of the state machine from each start
 // position with an explicit backtracking stack, and keeps the longest span
 // (the first one found among equal lengths, with its captures). Without
@@ -99,20 +104,6 @@ private:
     std::size_t capacity_ = inline_size;
 };
 
-// The case forms of the codes 0..255 (the C library's tolower and toupper);
-// codes above have no case.
-struct case_map {
-    unsigned char lower[256];
-    unsigned char upper[256];
-
-    case_map() {
-        for (unsigned c = 0; c < 256; ++c) {
-            lower[c] = static_cast<unsigned char>(std::tolower(int(c)));
-            upper[c] = static_cast<unsigned char>(std::toupper(int(c)));
-        }
-    }
-};
-
 // How a matcher explores: remembering visits (without back-references),
 // every path (with them), or every path one repetition at a time with no
 // shortcut at all: the reference the library's tests hold the others to.
@@ -127,7 +118,7 @@ public:
           memo_(how != remembered ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
           shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u) {
         if (!exact)
-            cases_ = &case_table();
+            cases_ = &re_cases();
         // A narrow subject with one possible first unit is scanned with
         // memchr (a wide unit above 255 may begin any match).
         if (sizeof(U) == 1 && !p.anchored && exact && shortcuts_) {
@@ -195,10 +186,6 @@ private:
         return last == first_unit_ ? end_ : npos;
     }
 
-    static case_map const& case_table() {
-        static case_map const map;
-        return map;
-    }
     unsigned lower(unsigned c) const noexcept { return c < 256 ? cases_->lower[c] : c; }
     unsigned upper(unsigned c) const noexcept { return c < 256 ? cases_->upper[c] : c; }
 
@@ -328,7 +315,7 @@ private:
     memo_kind memo_;
     bool shortcuts_;  // runs of one-unit loops at once; memchr to a lone first unit
     unsigned row_words_;
-    case_map const* cases_ = nullptr;
+    re_case_map const* cases_ = nullptr;
     match_pair best_ = no_match;
 
     unsigned start_ = 0;
@@ -574,6 +561,18 @@ match_pair run_match(xbuf const& p, detail::re_cache* cache, void const* subject
 }
 
 } // namespace
+
+re_case_map const& detail::re_cases() {
+    static re_case_map const map = [] {
+        re_case_map m;
+        for (unsigned c = 0; c < 256; ++c) {
+            m.lower[c] = static_cast<unsigned char>(std::tolower(int(c)));
+            m.upper[c] = static_cast<unsigned char>(std::toupper(int(c)));
+        }
+        return m;
+    }();
+    return map;
+}
 
 match_pair detail::regex_probe::search(regex_base const& re, void const* subject, unsigned unit_size,
                                        unsigned length, match_pair* subs, bool exact, re_path path,

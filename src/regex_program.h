@@ -78,6 +78,14 @@ inline bool re_set_has(std::uint32_t const* set, unsigned c) noexcept {
     return (set[c >> 5] >> (c & 31)) & 1u;
 }
 
+// The case forms of the codes 0..255 (the C library's tolower and toupper,
+// taken once, on first use); codes above have no case.
+struct re_case_map {
+    unsigned char lower[256];
+    unsigned char upper[256];
+};
+re_case_map const& re_cases();
+
 // The automaton's cache, one per compiled program (src/re_automaton.cpp).
 struct re_cache;
 re_cache* re_cache_create();

@@ -21,8 +21,20 @@
 // longest at that position; among matches of equal length the captures of
 // the path found first (left alternatives, longer repetitions first). An
 // empty match is returned only when no position yields a non-empty one.
-// The matcher remembers which states it has explored at each position, so
-// its time is polynomial for every pattern without back-references.
+// How a search runs: a deterministic automaton, built lazily from the
+// compiled program and cached in the expression, scans the subject once to
+// find the leftmost start and the longest end; when captures are asked for,
+// the backtracking explorer then runs on that span alone. So search and
+// rsearch take time linear in the subject for every pattern without
+// back-references or trailing context. Those two, and compare (whose reach
+// the pattern bounds), go to the explorer, which remembers the states it has
+// explored at each position and stays polynomial without back-references.
+// The automaton's cache holds at most about 1 MiB per case mode (plus one
+// state being built) and is flushed and rebuilt when full; a state of more
+// than 64 KiB of threads sends the expression to the explorer for good. A
+// compiled expression may be searched by several threads at once: one at a
+// time uses the cache, the others build a private automaton for the call.
+// Copies get a cache of their own.
 //
 // Kept behaviours worth knowing:
 //   - compare tests the subject's first unit only: every single-unit test
