@@ -519,12 +519,17 @@ TEST(RegexDifferential, SearchPathsAgreeWithTheReference) {
 
 // What the automaton does not serve (back-references, trailing context, a
 // state of too many threads) is searched by the explorer alone, with the
-// same results as before.
-TEST(RegexDifferential, PatternsTheAutomatonLeavesFallBack) {
+// same results as before; an automaton of more states than its cache holds
+// (2^13 here) is flushed and rebuilt on the way, with the same results too.
+TEST(RegexDifferential, FallbackAndAFullCacheKeepTheResults) {
     using zel::detail::re_path;
     std::string const many = std::string(90, 'a') + "x";
+    std::string random;
+    for (std::mt19937 rng(3); random.size() < 8000;)
+        random += "ab"[rng() % 2];
     char const* const cases[][2] = {
         {"(a+)b\\0", "xaabaab"}, {"(a|b)+/c", "abcabc"}, {"[ab]{0,30}[ab]{0,30}[ab]{0,30}x", many.c_str()},
+        {"(a|b)*a(a|b){12}", random.c_str()},
     };
     for (auto const& c : cases) {
         zel::regex re(c[0]);
