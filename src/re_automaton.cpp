@@ -153,9 +153,10 @@ private:
     std::vector<std::string> keys_;
     std::unordered_map<std::string, std::int32_t> index_;
     std::vector<edge> edges_;
-    // The scan's fast table beside edges_: for a plain move the offset of
-    // the target's row, else -1 (not built, or an effect to apply).
-    std::vector<std::int32_t> moves_;
+    // The scan's fast table beside edges_: for a plain move the address of
+    // the target's row (so that a step is one load), else 0 (not built, or
+    // an effect to apply). Moved with the table when it grows.
+    std::vector<std::uintptr_t> moves_;
     std::vector<std::uint8_t> group_count_;  // per state
     std::vector<std::uint8_t> idle_;         // per state: no group, still starting new ones
     std::vector<std::uint8_t> stopped_;      // per state: no group, no new ones
@@ -283,7 +284,13 @@ std::int32_t re_automaton::intern(std::string const& key) {
     index_.emplace(key, id);
     keys_.push_back(key);
     edges_.resize(edges_.size() + stride_, edge{-1, 0});
-    moves_.resize(moves_.size() + stride_, -1);
+    std::uintptr_t const old_base = reinterpret_cast<std::uintptr_t>(moves_.data());
+    moves_.resize(moves_.size() + stride_, 0);
+    std::uintptr_t const new_base = reinterpret_cast<std::uintptr_t>(moves_.data());
+    if (old_base != new_base && old_base)
+        for (std::uintptr_t& to : moves_)
+            if (to)
+                to = to - old_base + new_base;
     std::uint32_t words[2];
     std::memcpy(words, key.data(), sizeof words);
     group_count_.push_back(std::uint8_t(words[1]));
@@ -518,7 +525,8 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     if (cache_it) {
         edges_[std::size_t(state) * stride_ + cls] = e;
         if (!effect_no)
-            moves_[std::size_t(state) * stride_ + cls] = std::int32_t(std::size_t(target) * stride_);
+            moves_[std::size_t(state) * stride_ + cls] =
+                reinterpret_cast<std::uintptr_t>(moves_.data() + std::size_t(target) * stride_);
     }
     return e;
 }
@@ -593,11 +601,10 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         edge e{0, 0};
         while (q < n) {
             if (sizeof(U) == 1) {
-                std::int32_t const* const moves = moves_.data();
-                std::int32_t row = std::int32_t(std::size_t(state) * stride_);
-                for (std::int32_t to; q < n && (to = moves[row + class_of_[s[q]]]) >= 0; ++q)
-                    row = to;
-                state = std::int32_t(unsigned(row) / stride_);
+                std::uintptr_t const* row = moves_.data() + std::size_t(state) * stride_;
+                for (std::uintptr_t to; q < n && (to = row[class_of_[s[q]]]) != 0; ++q)
+                    row = reinterpret_cast<std::uintptr_t const*>(to);
+                state = std::int32_t(std::size_t(row - moves_.data()) / stride_);
                 if (q == n)
                     break;
             }
