@@ -36,9 +36,9 @@
 #include "regex_program.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <memory>
-#include <atomic>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
