@@ -513,8 +513,12 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     // A transition that changes no group's start and reports nothing is a
     // plain move (a group started and dropped at once changes nothing). One
     // into a state without groups is not: the scan looks at what follows.
-    bool const plain = fx.match_group == npos && fx.keep == (std::uint64_t(1) << old_groups) - 1 &&
-                       !idle_[std::size_t(target)] && !stopped_[std::size_t(target)];
+    bool const same_groups = fx.keep == (std::uint64_t(1) << old_groups) - 1 &&
+                             !idle_[std::size_t(target)] && !stopped_[std::size_t(target)];
+    bool const plain = same_groups && fx.match_group == npos;
+    // The youngest group's match with no other change: the fast table
+    // marks it (bit 0 of the address) and the scan notes the position.
+    bool const youngest_match = same_groups && fx.match_group != npos && fx.match_group + 1 == old_groups;
     std::uint32_t effect_no = 0;
     if (!plain) {
         effect_no = std::uint32_t(effects_.size());
@@ -524,9 +528,10 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     edge const e{target, effect_no};
     if (cache_it) {
         edges_[std::size_t(state) * stride_ + cls] = e;
-        if (!effect_no)
+        if (plain || youngest_match)
             moves_[std::size_t(state) * stride_ + cls] =
-                reinterpret_cast<std::uintptr_t>(moves_.data() + std::size_t(target) * stride_);
+                reinterpret_cast<std::uintptr_t>(moves_.data() + std::size_t(target) * stride_) |
+                (youngest_match ? 1u : 0u);
     }
     return e;
 }
@@ -602,9 +607,17 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         while (q < n) {
             if (sizeof(U) == 1) {
                 std::uintptr_t const* row = moves_.data() + std::size_t(state) * stride_;
-                for (std::uintptr_t to; q < n && (to = row[class_of_[s[q]]]) != 0; ++q)
+                unsigned hit = npos;
+                for (std::uintptr_t to; q < n && (to = row[class_of_[s[q]]]) != 0; ++q) {
+                    if (to & 1) {
+                        hit = q;
+                        to ^= 1;
+                    }
                     row = reinterpret_cast<std::uintptr_t const*>(to);
+                }
                 state = std::int32_t(std::size_t(row - moves_.data()) / stride_);
+                if (hit != npos)
+                    longest = {starts_at[groups - 1], hit - starts_at[groups - 1]};
                 if (q == n)
                     break;
             }
