@@ -519,6 +519,12 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     // The youngest group's match with no other change: the fast table
     // marks it (bit 0 of the address) and the scan notes the position.
     bool const youngest_match = same_groups && fx.match_group != npos && fx.match_group + 1 == old_groups;
+    // A group started and kept, nothing else changed (tag 2); every group
+    // dropped on the way back to the state where nothing is under way (tag 4).
+    bool const busy = !idle_[std::size_t(target)] && !stopped_[std::size_t(target)];
+    bool const start_kept = busy && fx.started && fx.match_group == npos &&
+                            fx.keep == (std::uint64_t(1) << (old_groups + 1)) - 1;
+    bool const emptied = idle_[std::size_t(target)] && fx.match_group == npos && fx.keep == 0;
     std::uint32_t effect_no = 0;
     if (!plain) {
         effect_no = std::uint32_t(effects_.size());
@@ -528,10 +534,10 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     edge const e{target, effect_no};
     if (cache_it) {
         edges_[std::size_t(state) * stride_ + cls] = e;
-        if (plain || youngest_match)
+        if (plain || youngest_match || start_kept || emptied)
             moves_[std::size_t(state) * stride_ + cls] =
                 reinterpret_cast<std::uintptr_t>(moves_.data() + std::size_t(target) * stride_) |
-                (youngest_match ? 1u : 0u);
+                (youngest_match ? 1u : start_kept ? 2u : emptied ? 4u : 0u);
     }
     return e;
 }
@@ -604,21 +610,27 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         // Plain moves in a tight loop; anything else leaves it.
         unsigned const from = q;
         edge e{0, 0};
+        bool emptied = false;
         while (q < n) {
             if (sizeof(U) == 1) {
                 std::uintptr_t const* row = moves_.data() + std::size_t(state) * stride_;
-                unsigned hit = npos;
-                for (std::uintptr_t to; q < n && (to = row[class_of_[s[q]]]) != 0; ++q) {
-                    if (to & 1) {
-                        hit = q;
-                        to ^= 1;
+                for (std::uintptr_t to; q < n && (to = row[class_of_[s[q]]]) != 0;) {
+                    if (to & 7) {  // the three effects the fast table carries
+                        if (to & 1)
+                            longest = {starts_at[groups - 1], q - starts_at[groups - 1]};
+                        else if (to & 2)
+                            starts_at[groups++] = q;
+                        else
+                            groups = 0, emptied = true;
+                        to &= ~std::uintptr_t(7);
                     }
                     row = reinterpret_cast<std::uintptr_t const*>(to);
+                    ++q;
+                    if (emptied)
+                        break;
                 }
                 state = std::int32_t(std::size_t(row - moves_.data()) / stride_);
-                if (hit != npos)
-                    longest = {starts_at[groups - 1], hit - starts_at[groups - 1]};
-                if (q == n)
+                if (emptied || q == n)
                     break;
             }
             e = edge_on(s[q]);
@@ -630,6 +642,10 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
             ++q;
         }
         counted += q - from;
+        if (emptied) {
+            idle = true;
+            continue;
+        }
         if (q == n)
             break;
         ++counted;
