@@ -156,7 +156,7 @@ private:
     // The scan's fast table beside edges_: for a plain move the address of
     // the target's row (so that a step is one load), else 0 (not built, or
     // an effect to apply). Moved with the table when it grows.
-    std::vector<std::uintptr_t> moves_;
+    std::vector<std::uint64_t> moves_;  // 8-byte entries: their addresses leave 3 bits free
     std::vector<std::uint8_t> group_count_;  // per state
     std::vector<std::uint8_t> idle_;         // per state: no group, still starting new ones
     std::vector<std::uint8_t> stopped_;      // per state: no group, no new ones
@@ -288,7 +288,7 @@ std::int32_t re_automaton::intern(std::string const& key) {
     moves_.resize(moves_.size() + stride_, 0);
     std::uintptr_t const new_base = reinterpret_cast<std::uintptr_t>(moves_.data());
     if (old_base != new_base && old_base)
-        for (std::uintptr_t& to : moves_)
+        for (std::uint64_t& to : moves_)
             if (to)
                 to = to - old_base + new_base;
     std::uint32_t words[2];
@@ -536,7 +536,7 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
         edges_[std::size_t(state) * stride_ + cls] = e;
         if (plain || youngest_match || start_kept || emptied)
             moves_[std::size_t(state) * stride_ + cls] =
-                reinterpret_cast<std::uintptr_t>(moves_.data() + std::size_t(target) * stride_) |
+                std::uint64_t(reinterpret_cast<std::uintptr_t>(moves_.data() + std::size_t(target) * stride_)) |
                 (youngest_match ? 1u : start_kept ? 2u : emptied ? 4u : 0u);
     }
     return e;
@@ -613,8 +613,8 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         bool emptied = false;
         while (q < n) {
             if (sizeof(U) == 1) {
-                std::uintptr_t const* row = moves_.data() + std::size_t(state) * stride_;
-                for (std::uintptr_t to; q < n && (to = row[class_of_[s[q]]]) != 0;) {
+                std::uint64_t const* row = moves_.data() + std::size_t(state) * stride_;
+                for (std::uint64_t to; q < n && (to = row[class_of_[s[q]]]) != 0;) {
                     if (to & 7) {  // the three effects the fast table carries
                         if (to & 1)
                             longest = {starts_at[groups - 1], q - starts_at[groups - 1]};
@@ -622,9 +622,9 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
                             starts_at[groups++] = q;
                         else
                             groups = 0, emptied = true;
-                        to &= ~std::uintptr_t(7);
+                        to &= ~std::uint64_t(7);
                     }
-                    row = reinterpret_cast<std::uintptr_t const*>(to);
+                    row = reinterpret_cast<std::uint64_t const*>(std::uintptr_t(to));
                     ++q;
                     if (emptied)
                         break;
