@@ -3,10 +3,15 @@
 // longest-match mode. Each workload finds every match in turn over the same
 // 1 MB of generated text (words, numbers, identifiers, blanks and new lines,
 // from a fixed seed): an identifier pattern, re_pat_double, a five-word
-// alternation, a literal and a digit run. The counter "matches" lets the
-// engines be checked against each other. A last case runs the nested
-// closure (a*)*b against 30 'a's, which an unremembered backtracking matcher
-// takes exponential time over.
+// alternation, a literal and a digit run; the number pattern again with its
+// captures asked for, and a case-insensitive alternation. The counter
+// "matches" lets the engines be checked against each other. Three growth
+// cases search 64 KiB that holds no match ([a-z]*X over 'a's, (a|b)*c over
+// "ab", a*a*a*b over 'a's), where a matcher that explores from every start
+// position to the end takes quadratic time or worse; std::regex is left out
+// of them (it takes minutes). A last case runs the nested closure (a*)*b
+// against 30 'a's, which an unremembered backtracking matcher takes
+// exponential time over.
 #include <zel/regex.h>
 
 #include <regex.h>
@@ -65,18 +70,33 @@ std::string make_text(std::size_t size) {
     return text;
 }
 
-std::string const& text() {
+enum text_id { prose, as, abs };
+
+std::string const& text(text_id which) {
     static std::string const t = make_text(std::size_t(1) << 20);
-    return t;
+    static std::string const a(std::size_t(1) << 16, 'a');
+    static std::string const ab = [] {
+        std::string s;
+        while (s.size() < (std::size_t(1) << 16))
+            s += "ab";
+        return s;
+    }();
+    return which == prose ? t : which == as ? a : ab;
 }
 
 struct workload {
     char const* zel;
     char const* ecmascript;  // also RE2's
     char const* posix;       // std::regex extended and regexec
+    unsigned groups = 0;     // captures asked for (every group and the whole match)
+    bool icase = false;
+    text_id over = prose;
 };
 
-enum workload_id { identifier, number, words, literal, digits };
+enum workload_id {
+    identifier, number, words, literal, digits, captures, ignore_case,
+    no_match_star, alternation_star, nested_star
+};
 
 workload const workloads[] = {
     {zel::re_pat_identifier, "_*[a-zA-Z][0-9a-zA-Z_]*", "_*[a-zA-Z][0-9a-zA-Z_]*"},
@@ -86,6 +106,12 @@ workload const workloads[] = {
      "alpha|bravo|charlie|delta|echo"},
     {"quartz", "quartz", "quartz"},
     {"[0-9]+", "[0-9]+", "[0-9]+"},
+    {zel::re_pat_double, R"(-?((\d+\.\d*)|(\d+)|(\.\d+))([eE][+\-]?\d+)?)",
+     R"(-?(([0-9]+\.[0-9]*)|([0-9]+)|(\.[0-9]+))([eE][+-]?[0-9]+)?)", 5},
+    {"QUARTZ|Matrix|signal", "QUARTZ|Matrix|signal", "QUARTZ|Matrix|signal", 0, true},
+    {"[a-z]*X", "[a-z]*X", "[a-z]*X", 0, false, as},
+    {"(a|b)*c", "(a|b)*c", "(a|b)*c", 0, false, abs},
+    {"a*a*a*b", "a*a*a*b", "a*a*a*b", 0, false, as},
 };
 
 // Each finder reports the next match at or after `at` as absolute offsets.
@@ -96,20 +122,27 @@ struct span {
 
 class zel_finder {
 public:
-    explicit zel_finder(char const* pattern) : re_(pattern) {}
+    explicit zel_finder(char const* pattern, unsigned groups = 0, bool icase = false)
+        : re_(pattern), groups_(groups), icase_(icase) {}
+    explicit zel_finder(workload const& w) : zel_finder(w.zel, w.groups, w.icase) {}
     bool find(std::string const& t, std::size_t at, span& m) const {
-        zel::match_pair const r = re_.search(t.data() + at, unsigned(t.size() - at));
+        zel::match_pair subs[8];
+        zel::match_pair const r =
+            re_.search(t.data() + at, unsigned(t.size() - at), groups_ ? subs : nullptr, !icase_);
         m = {at + r.position, r.length};
         return r.found();
     }
 
 private:
     zel::regex re_;
+    unsigned groups_;
+    bool icase_;
 };
 
 class std_finder {
 public:
-    std_finder(char const* pattern, std::regex::flag_type syntax) : re_(pattern, syntax) {}
+    std_finder(char const* pattern, std::regex::flag_type syntax, bool icase)
+        : re_(pattern, icase ? syntax | std::regex::icase : syntax) {}
     bool find(std::string const& t, std::size_t at, span& m) const {
         std::cmatch r;
         auto const flags = at ? std::regex_constants::match_prev_avail : std::regex_constants::match_default;
@@ -125,7 +158,10 @@ private:
 
 class posix_finder {
 public:
-    explicit posix_finder(char const* pattern) { ok_ = regcomp(&re_, pattern, REG_EXTENDED) == 0; }
+    explicit posix_finder(char const* pattern, unsigned groups = 0, bool icase = false) : groups_(groups) {
+        ok_ = regcomp(&re_, pattern, REG_EXTENDED | (icase ? REG_ICASE : 0)) == 0;
+    }
+    explicit posix_finder(workload const& w) : posix_finder(w.posix, w.groups, w.icase) {}
     ~posix_finder() {
         if (ok_)
             regfree(&re_);
@@ -134,10 +170,10 @@ public:
     posix_finder& operator=(posix_finder const&) = delete;
     // REG_STARTEND bounds the subject without copying it.
     bool find(std::string const& t, std::size_t at, span& m) const {
-        regmatch_t r[1];
+        regmatch_t r[8];
         r[0].rm_so = regoff_t(at);
         r[0].rm_eo = regoff_t(t.size());
-        if (!ok_ || regexec(&re_, t.c_str(), 1, r, REG_STARTEND | (at ? REG_NOTBOL : 0)) != 0)
+        if (!ok_ || regexec(&re_, t.c_str(), 1 + groups_, r, REG_STARTEND | (at ? REG_NOTBOL : 0)) != 0)
             return false;
         m = {std::size_t(r[0].rm_so), std::size_t(r[0].rm_eo - r[0].rm_so)};
         return true;
@@ -145,35 +181,40 @@ public:
 
 private:
     regex_t re_;
+    unsigned groups_;
     bool ok_;
 };
 
 #ifdef ZEL_BENCH_RE2
 class re2_finder {
 public:
-    explicit re2_finder(char const* pattern) : re_(pattern, options()) {}
+    explicit re2_finder(char const* pattern, unsigned groups = 0, bool icase = false)
+        : re_(pattern, options(icase)), groups_(groups) {}
+    explicit re2_finder(workload const& w) : re2_finder(w.ecmascript, w.groups, w.icase) {}
     bool find(std::string const& t, std::size_t at, span& m) const {
-        re2::StringPiece r;
-        if (!re_.Match(t, at, t.size(), RE2::UNANCHORED, &r, 1))
+        re2::StringPiece r[8];
+        if (!re_.Match(t, at, t.size(), RE2::UNANCHORED, r, int(1 + groups_)))
             return false;
-        m = {std::size_t(r.data() - t.data()), r.size()};
+        m = {std::size_t(r[0].data() - t.data()), r[0].size()};
         return true;
     }
 
 private:
-    static RE2::Options options() {
+    static RE2::Options options(bool icase) {
         RE2::Options o;
         o.set_longest_match(true);
+        o.set_case_sensitive(!icase);
         return o;
     }
     RE2 re_;
+    unsigned groups_;
 };
 #endif
 
 // Finds every match in turn: the next search begins where the match ended.
 template <class Finder>
-void scan(benchmark::State& state, Finder const& finder) {
-    std::string const& t = text();
+void scan(benchmark::State& state, Finder const& finder, text_id over) {
+    std::string const& t = text(over);
     std::size_t matches = 0;
     for (auto _ : state) {
         matches = 0;
@@ -186,16 +227,18 @@ void scan(benchmark::State& state, Finder const& finder) {
     state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(t.size()));
 }
 
-void BM_zel(benchmark::State& state, workload_id w) { scan(state, zel_finder(workloads[w].zel)); }
+void BM_zel(benchmark::State& state, workload_id w) { scan(state, zel_finder(workloads[w]), workloads[w].over); }
 void BM_std_ecmascript(benchmark::State& state, workload_id w) {
-    scan(state, std_finder(workloads[w].ecmascript, std::regex::ECMAScript));
+    scan(state, std_finder(workloads[w].ecmascript, std::regex::ECMAScript, workloads[w].icase), workloads[w].over);
 }
 void BM_std_extended(benchmark::State& state, workload_id w) {
-    scan(state, std_finder(workloads[w].posix, std::regex::extended));
+    scan(state, std_finder(workloads[w].posix, std::regex::extended, workloads[w].icase), workloads[w].over);
 }
-void BM_regexec(benchmark::State& state, workload_id w) { scan(state, posix_finder(workloads[w].posix)); }
+void BM_regexec(benchmark::State& state, workload_id w) { scan(state, posix_finder(workloads[w]), workloads[w].over); }
 #ifdef ZEL_BENCH_RE2
-void BM_re2_longest(benchmark::State& state, workload_id w) { scan(state, re2_finder(workloads[w].ecmascript)); }
+void BM_re2_longest(benchmark::State& state, workload_id w) {
+    scan(state, re2_finder(workloads[w]), workloads[w].over);
+}
 #define ZEL_RE2_CASE(w) BENCHMARK_CAPTURE(BM_re2_longest, w, w)->Unit(benchmark::kMillisecond);
 #else
 #define ZEL_RE2_CASE(w)
@@ -213,6 +256,17 @@ ZEL_WORKLOAD(number)
 ZEL_WORKLOAD(words)
 ZEL_WORKLOAD(literal)
 ZEL_WORKLOAD(digits)
+ZEL_WORKLOAD(captures)
+ZEL_WORKLOAD(ignore_case)
+
+#define ZEL_GROWTH(w)                                                   \
+    BENCHMARK_CAPTURE(BM_zel, w, w)->Unit(benchmark::kMillisecond);     \
+    BENCHMARK_CAPTURE(BM_regexec, w, w)->Unit(benchmark::kMillisecond); \
+    ZEL_RE2_CASE(w)
+
+ZEL_GROWTH(no_match_star)
+ZEL_GROWTH(alternation_star)
+ZEL_GROWTH(nested_star)
 
 // (a*)*b against 30 'a's: no match, after every way of splitting the 'a's
 // between the two closures has been ruled out.

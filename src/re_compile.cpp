@@ -1063,7 +1063,14 @@ void regex_base::create_xbuf(parse_op_buffer const* b) {
     h.slots = std::uint8_t(b->slots);
     h.features = std::uint8_t(b->features | (wide ? re_has_alphabet : 0));
     unsigned const size = h.size();
-    xbuf* p = static_cast<xbuf*>(heap_.allocate(size));
+    detail::re_cache* const cache = detail::re_cache_create();
+    xbuf* p;
+    try {
+        p = static_cast<xbuf*>(heap_.allocate(size));
+    } catch (...) {
+        detail::re_cache_destroy(cache);
+        throw;
+    }
     std::memset(p, 0, size);
     *p = h;
     unsigned char* area = p->area();
@@ -1082,20 +1089,31 @@ void regex_base::create_xbuf(parse_op_buffer const* b) {
             std::memcpy(alpha + 2 + i * 8, b->classes[i].alpha, 32);
     }
     program_ = p;
+    cache_ = cache;
 }
 
 void regex_base::copy_xbuf(xbuf const* program) {
     unsigned const size = program->size();
     xbuf* p = static_cast<xbuf*>(heap_.allocate(size));
     std::memcpy(p, program, size);
+    detail::re_cache* cache;
+    try {
+        cache = detail::re_cache_create();
+    } catch (...) {
+        heap_.deallocate(p);
+        throw;
+    }
     delete_xbuf();
     program_ = p;
+    cache_ = cache;
 }
 
 void regex_base::delete_xbuf() noexcept {
     if (program_)
         heap_.deallocate(program_);
     program_ = nullptr;
+    detail::re_cache_destroy(cache_);
+    cache_ = nullptr;
 }
 
 void regex_base::assign(regex_base const& other) {

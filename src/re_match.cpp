@@ -2,6 +2,11 @@
 // and wregex_base over a compiled program (see regex_program.h), written
 // once over the subject's unit type.
 //
+// A search first asks the automaton (src/re_automaton.cpp) for the
+// leftmost-longest span; the explorer below runs only for captures, on that
+// span (stopping at the first path that reaches its end, which is the one
+// whose captures win), and for what the automaton does not serve.
+//
 // The matcher explores every path of the state machine from each start
 // position with an explicit backtracking stack, and keeps the longest span
 // (the first one found among equal lengths, with its captures). Without
@@ -99,20 +104,6 @@ private:
     std::size_t capacity_ = inline_size;
 };
 
-// The case forms of the codes 0..255 (the C library's tolower and toupper);
-// codes above have no case.
-struct case_map {
-    unsigned char lower[256];
-    unsigned char upper[256];
-
-    case_map() {
-        for (unsigned c = 0; c < 256; ++c) {
-            lower[c] = static_cast<unsigned char>(std::tolower(int(c)));
-            upper[c] = static_cast<unsigned char>(std::toupper(int(c)));
-        }
-    }
-};
-
 // How a matcher explores: remembering visits (without back-references),
 // every path (with them), or every path one repetition at a time with no
 // shortcut at all: the reference the library's tests hold the others to.
@@ -123,11 +114,11 @@ class matcher {
 public:
     matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, exploration how)
         : p_(p), states_(p.states()), s_(s), full_(full),
-          end_(search ? full : (full < 1 ? full : 1)), exact_(exact),
+          end_(search ? full : (full < 1 ? full : 1)), stop_(end_), exact_(exact),
           memo_(how != remembered ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
           shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u) {
         if (!exact)
-            cases_ = &case_table();
+            cases_ = &re_cases();
         // A narrow subject with one possible first unit is scanned with
         // memchr (a wide unit above 255 may begin any match).
         if (sizeof(U) == 1 && !p.anchored && exact && shortcuts_) {
@@ -164,6 +155,16 @@ public:
         return best_;
     }
 
+    // The one start position where the automaton found the longest span,
+    // ending at `limit`: the captures of the first path found to it. No
+    // path beyond the limit is followed (it cannot end there).
+    match_pair at(unsigned start, unsigned limit, match_pair* subs) {
+        stop_ = limit_ = limit;
+        explore(start, subs);
+        return best_;
+    }
+    std::uint64_t steps() const noexcept { return steps_; }
+
 private:
     enum memo_kind { memo_none, memo_rows, memo_keys };
 
@@ -185,10 +186,6 @@ private:
         return last == first_unit_ ? end_ : npos;
     }
 
-    static case_map const& case_table() {
-        static case_map const map;
-        return map;
-    }
     unsigned lower(unsigned c) const noexcept { return c < 256 ? cases_->lower[c] : c; }
     unsigned upper(unsigned c) const noexcept { return c < 256 ? cases_->upper[c] : c; }
 
@@ -311,11 +308,14 @@ private:
     U const* s_;
     unsigned full_;  // the subject's length: strings and back-references reach this far
     unsigned end_;   // the subject end: single-unit tests stop here
+    unsigned stop_;  // single-unit tests stop here (end_, or a span's end)
+    unsigned limit_ = npos;  // nothing is consumed past this (a span's end)
+    std::uint64_t steps_ = 0;
     bool exact_;
     memo_kind memo_;
     bool shortcuts_;  // runs of one-unit loops at once; memchr to a lone first unit
     unsigned row_words_;
-    case_map const* cases_ = nullptr;
+    re_case_map const* cases_ = nullptr;
     match_pair best_ = no_match;
 
     unsigned start_ = 0;
@@ -357,6 +357,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
     for (;;) {
         re_state const& st = states_[state];
         unsigned next = st.next1;
+        ++steps_;
         // A loop whose body came back empty leaves at once; that step is
         // not a revisit (the path goes on with the captures it made).
         if (memo_ != memo_none && (st.flags & re_join) && !returned_empty(st, pos) && !go_on(state, pos))
@@ -365,14 +366,14 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
         case re_char:
         case re_class:
         case re_any:
-            if (pos < end_ && takes(st, s_[pos])) {
+            if (pos < stop_ && takes(st, s_[pos])) {
                 ++pos;
                 break;
             }
             goto fail;
         case re_string: {
             unsigned const n = st.arg >> 8;
-            if (pos < end_ && strequ(s_ + pos, full_ - pos, p_.literals() + (st.arg & 0xFF), n)) {
+            if (pos < end_ && n <= limit_ - pos && strequ(s_ + pos, full_ - pos, p_.literals() + (st.arg & 0xFF), n)) {
                 pos += n;
                 break;
             }
@@ -395,9 +396,10 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
                 break;
             goto fail;
         case re_newline:
-            if (pos < end_ && (s_[pos] == 10 || s_[pos] == 13)) {
+            if (pos < stop_ && (s_[pos] == 10 || s_[pos] == 13)) {
                 pos += (s_[pos] == 13 && pos + 1 < full_ && s_[pos + 1] == 10) ? 2 : 1;
-                break;
+                if (pos <= limit_)
+                    break;
             }
             goto fail;
         case re_split:
@@ -426,7 +428,7 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
                 // is not needed. When the loop leaves straight to the final
                 // state, the shorter ends could only record shorter spans.
                 unsigned const from = pos;
-                while (pos < end_ && takes(body, s_[pos]))
+                while (pos < stop_ && takes(body, s_[pos]))
                     ++pos;
                 if (pos != from && states_[st.next2].kind != re_final)
                     push(e_run, st.next2, from, pos);
@@ -485,8 +487,8 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             break;
         case re_final:
             record(start, pos, subs);
-            if (pos == full_ && trail_ == npos)
-                return;  // nothing longer is possible from this start
+            if ((pos == full_ || pos == limit_) && trail_ == npos)
+                return;  // nothing longer is possible from this start (or wanted: the span is known)
             goto fail;
         default:  // linking and zero-width states
             break;
@@ -526,20 +528,59 @@ unsigned measure(void const* subject, unsigned unit_size) {
                           : char_traits<unsigned short>::length(static_cast<unsigned short const*>(subject));
 }
 
+// A search asks the automaton where the leftmost-longest span lies and, for
+// captures, runs the explorer on that span alone; compare (whose reach is
+// bounded by the pattern) and what the automaton does not serve go to the
+// explorer.
 template <class U>
-match_pair run_matcher(xbuf const& p, void const* subject, unsigned length, bool search,
-                       bool exact, match_pair* subs, exploration how) {
+match_pair run_match(xbuf const& p, detail::re_cache* cache, void const* subject,
+                     unsigned length, bool search, bool exact, match_pair* subs, re_path path,
+                     std::uint64_t* steps) {
+    if (search && path == re_path::automaton) {
+        match_pair span;
+        re_outcome const found = re_automaton_search(cache, p, subject, sizeof(U), length, exact, span, steps);
+        if (found == re_missed)
+            return no_match;
+        if (found == re_found) {
+            if (!subs || p.group_count == 0)
+                return span;
+            matcher<U> m(p, static_cast<U const*>(subject), length, true, exact, remembered);
+            match_pair const captured = m.at(span.position, span.position + span.length, subs);
+            if (steps)
+                *steps += m.steps();
+            return captured;
+        }
+    }
+    exploration const how = path == re_path::reference ? reference
+                          : (p.features & re_has_backref) ? every_path : remembered;
     matcher<U> m(p, static_cast<U const*>(subject), length, search, exact, how);
-    return m.run(subs);
+    match_pair const found = m.run(subs);
+    if (steps)
+        *steps += m.steps();
+    return found;
 }
 
 } // namespace
 
-match_pair detail::regex_probe::search(regex_base const& re, char const* subject, unsigned length,
-                                       match_pair* subs, bool plain) {
+re_case_map const& detail::re_cases() {
+    static re_case_map const map = [] {
+        re_case_map m;
+        for (unsigned c = 0; c < 256; ++c) {
+            m.lower[c] = static_cast<unsigned char>(std::tolower(int(c)));
+            m.upper[c] = static_cast<unsigned char>(std::toupper(int(c)));
+        }
+        return m;
+    }();
+    return map;
+}
+
+match_pair detail::regex_probe::search(regex_base const& re, void const* subject, unsigned unit_size,
+                                       unsigned length, match_pair* subs, bool exact, re_path path,
+                                       std::uint64_t* steps) {
     if (!re.program_ || re.status_ != regex_base::ok)
         return no_match;
-    return run_matcher<unsigned char>(*re.program_, subject, length, true, true, subs, plain ? reference : remembered);
+    return unit_size == 1 ? run_match<unsigned char>(*re.program_, re.cache_, subject, length, true, exact, subs, path, steps)
+                          : run_match<unsigned short>(*re.program_, re.cache_, subject, length, true, exact, subs, path, steps);
 }
 
 match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned length, bool search,
@@ -548,9 +589,9 @@ match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned l
         return no_match;
     if (length == npos)
         length = measure(subject, unit_size);
-    exploration const how = (program_->features & re_has_backref) ? every_path : remembered;
-    return unit_size == 1 ? run_matcher<unsigned char>(*program_, subject, length, search, exact_case, subs, how)
-                          : run_matcher<unsigned short>(*program_, subject, length, search, exact_case, subs, how);
+    return unit_size == 1
+               ? run_match<unsigned char>(*program_, cache_, subject, length, search, exact_case, subs, re_path::automaton, nullptr)
+               : run_match<unsigned short>(*program_, cache_, subject, length, search, exact_case, subs, re_path::automaton, nullptr);
 }
 
 // Searches again after each match; an empty match ends the scan, and is

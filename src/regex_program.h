@@ -78,12 +78,37 @@ inline bool re_set_has(std::uint32_t const* set, unsigned c) noexcept {
     return (set[c >> 5] >> (c & 31)) & 1u;
 }
 
-// For the library's tests: the narrow search with the exploration chosen
-// (plain: the reference exploration, every path one repetition at a time
-// with no shortcut; otherwise the remembered one that searches use).
+// The case forms of the codes 0..255 (the C library's tolower and toupper,
+// taken once, on first use); codes above have no case.
+struct re_case_map {
+    unsigned char lower[256];
+    unsigned char upper[256];
+};
+re_case_map const& re_cases();
+
+// The automaton's cache, one per compiled program (src/re_automaton.cpp).
+struct re_cache;
+re_cache* re_cache_create();
+void re_cache_destroy(re_cache* cache) noexcept;
+enum re_outcome { re_found, re_missed, re_refused };
+// The leftmost-longest span of a search (no captures), or re_refused for a
+// pattern the automaton does not serve. steps, when given, is increased by
+// the positions the automaton stepped over.
+re_outcome re_automaton_search(re_cache* cache, xbuf const& p, void const* subject, unsigned unit_size,
+                               unsigned length, bool exact, match_pair& span, std::uint64_t* steps);
+
+// How a search runs: as searches do (the automaton, then the explorer on
+// the span for captures, or the explorer alone for what the automaton does
+// not serve), the remembered exploration alone, or the reference: every
+// path one repetition at a time with no shortcut.
+enum class re_path { automaton, remembered, reference };
+
+// For the library's tests: the narrow or wide search along a chosen path;
+// steps, when given, counts the automaton's positions and the explorer's
+// state visits.
 struct ZEL_API regex_probe {
-    static match_pair search(regex_base const& re, char const* subject, unsigned length,
-                             match_pair* subs, bool plain);
+    static match_pair search(regex_base const& re, void const* subject, unsigned unit_size, unsigned length,
+                             match_pair* subs, bool exact, re_path path, std::uint64_t* steps = nullptr);
     // The compiled program (null without one).
     static xbuf const* program(regex_base const& re);
     // Raises compile error `code` the way a compile does.

@@ -14,8 +14,10 @@
 
 #include <cstdio>
 #include <cstring>
+#include <atomic>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -329,6 +331,8 @@ TEST(WideRegex, AlphabetClassesAndSubjects) {
 // alphabet a, b, c, with subjects over a, b, c and new lines.
 struct generator {
     std::mt19937 rng;
+    bool inner_anchors = false;  // a last branch anchored at its start
+    char const* units = "abcab\n";
     explicit generator(unsigned seed) : rng(seed) {}
     unsigned pick(unsigned n) { return rng() % n; }
 
@@ -368,16 +372,18 @@ struct generator {
     }
     std::string pattern() {
         std::string p = alternatives(2);
-        if (pick(8) == 0)
+        if (pick(8) == 0 && p[0] != '^')
             p = "^" + p;
-        if (pick(8) == 0)
+        if (pick(8) == 0 && p.back() != '$')
             p += "$";
+        if (inner_anchors && pick(3) == 0)
+            p += std::string("|^") + branch(1) + (pick(2) ? "$" : "");
         return p;
     }
     std::string subject(unsigned longest = 11) {
         std::string s;
         for (unsigned n = pick(longest + 1); n; --n)
-            s += "abcab\n"[pick(6)];
+            s += units[pick(unsigned(std::strlen(units)))];
         return s;
     }
 };
@@ -407,28 +413,137 @@ TEST(RegexDifferential, AgreesWithPosixExtendedMatching) {
     EXPECT_GT(compared, 4000);
 }
 
-// The remembered exploration cuts revisits; the plain one explores every
-// path. Both must report the same span and the same captures, counted
-// closures and trailing context included.
-TEST(RegexDifferential, RememberedAndPlainExplorationAgree) {
+match_pair probe(zel::regex_base const& re, void const* s, unsigned unit, std::size_t n, match_pair* subs,
+                 bool exact, zel::detail::re_path path, std::uint64_t* steps = nullptr) {
+    return zel::detail::regex_probe::search(re, s, unit, unsigned(n), subs, exact, path, steps);
+}
+
+// Every way a search can run reports the span and the captures of the
+// reference exploration (every path, no shortcut): the automaton with the
+// explorer on its span (or the explorer alone for back-references and
+// trailing context), and the remembered exploration; anchors in any branch,
+// counted closures, both case modes, wide subjects with a unit above 255,
+// and long subjects (where the remembered exploration is the reference).
+TEST(RegexDifferential, SearchPathsAgreeWithTheReference) {
+    using zel::detail::re_path;
     generator g(77);
-    for (int i = 0; i < 2500; ++i) {
+    g.inner_anchors = true;
+    g.units = "abcaAB\n\r";
+    auto agree = [](zel::regex_base const& re, void const* s, unsigned unit, std::size_t n, bool exact,
+                    re_path reference, re_path path, std::string const& what) {
+        match_pair a[64], b[64];
+        match_pair const expected = probe(re, s, unit, n, a, exact, reference);
+        match_pair const found = probe(re, s, unit, n, b, exact, path);
+        ASSERT_EQ(found, expected) << what;
+        for (unsigned j = 0; found.found() && j < re.subexpressions(); ++j)
+            ASSERT_EQ(b[j], a[j]) << "group " << j << " of " << what;
+    };
+    for (int i = 0; i < 1500; ++i) {
         std::string p = g.pattern();
-        if (g.pick(6) == 0)
+        if (g.pick(6) == 0 && p.back() != '$')
             p += "/" + g.branch(1);
+        else if (p.find('(') != std::string::npos && g.pick(8) == 0 && p.back() != '$')
+            p += "\\0";
         zel::regex re(p.c_str());
         ASSERT_EQ(re.status(), 1u) << p;
-        unsigned const n = re.subexpressions();
+        std::vector<unsigned short> wp(p.begin(), p.end());
+        wp.push_back(0);
+        zel::wregex wre(wp.data());
         for (int k = 0; k < 3; ++k) {
-            std::string const s = g.subject(7);  // the plain exploration is exponential
-            match_pair a[64], b[64];
-            match_pair const remembered = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), a, false);
-            match_pair const plain = zel::detail::regex_probe::search(re, s.c_str(), unsigned(s.size()), b, true);
-            ASSERT_EQ(remembered, plain) << "pattern " << p << " subject " << s;
-            for (unsigned j = 0; remembered.found() && j < n; ++j)
-                ASSERT_EQ(a[j], b[j]) << "group " << j << " of [" << p << "] on [" << s << "]" << remembered.position << "," << remembered.length;
+            std::string const s = g.subject(7);  // the reference is exponential
+            std::string const what = "[" + p + "] on [" + s + "]" + (k == 2 ? " ignoring case" : "");
+            for (re_path path : {re_path::automaton, re_path::remembered})
+                agree(re, s.data(), 1, s.size(), k != 2, re_path::reference, path, what);
+            std::vector<unsigned short> ws(s.begin(), s.end());
+            for (unsigned short& u : ws)
+                u = u == 'A' ? 0x100 : u;
+            ws.push_back(0);
+            agree(wre, ws.data(), 2, s.size(), k != 2, re_path::reference, re_path::automaton, "wide " + what);
+        }
+        if (i % 100 == 0) {  // over 64 KiB
+            std::string const s = std::string(34000, '\n') + g.subject() + std::string(32000, '\n') + g.subject();
+            agree(re, s.data(), 1, s.size(), (i / 100) % 2 == 0, re_path::remembered, re_path::automaton, "long, " + p);
         }
     }
+}
+
+// What the automaton does not serve (back-references, trailing context, a
+// state of too many threads) is searched by the explorer alone, with the
+// same results as before; an automaton of more states than its cache holds
+// (2^13 here) is flushed and rebuilt on the way, with the same results too.
+TEST(RegexDifferential, FallbackAndAFullCacheKeepTheResults) {
+    using zel::detail::re_path;
+    std::string const many = std::string(90, 'a') + "x";
+    std::string random;
+    for (std::mt19937 rng(3); random.size() < 8000;)
+        random += "ab"[rng() % 2];
+    char const* const cases[][2] = {
+        {"(a+)b\\0", "xaabaab"}, {"(a|b)+/c", "abcabc"}, {"[ab]{0,30}[ab]{0,30}[ab]{0,30}x", many.c_str()},
+        {"(a|b)*a(a|b){12}", random.c_str()},
+    };
+    for (auto const& c : cases) {
+        zel::regex re(c[0]);
+        match_pair a[2], b[2];
+        std::size_t const n = std::strlen(c[1]);
+        EXPECT_EQ(probe(re, c[1], 1, n, a, true, re_path::automaton), probe(re, c[1], 1, n, b, true, re_path::remembered)) << c[0];
+        EXPECT_EQ(a[0], b[0]) << c[0];
+        EXPECT_TRUE(re.search(c[1]).found()) << c[0];
+    }
+}
+
+// The steps of a search (the automaton's positions and the explorer's
+// visits on the span) at most double when the subject doubles, whether it
+// fails or matches with captures.
+TEST(RegexDifferential, StepsGrowLinearlyWithTheSubject) {
+    using zel::detail::re_path;
+    char const* const cases[][3] = {
+        {"[a-z]*X", "a", ""}, {"(a|b)*c", "ab", ""}, {"a*a*a*b", "a", ""}, {"(a*)*b", "a", ""},
+        {"(a|b)*c", "ab", "c"}, {"((a|aa)+)+c", "a", "c"}, {"(A|B)*(b{1,3})C", "Ab", "bbc"},
+    };
+    for (auto const& c : cases) {
+        zel::regex re(c[0]);
+        std::uint64_t steps[2] = {0, 0};
+        for (unsigned n : {4096u, 8192u}) {
+            std::string s;
+            while (s.size() < n)
+                s += c[1];
+            s += c[2];
+            match_pair subs[4];
+            probe(re, s.data(), 1, s.size(), subs, false, re_path::automaton, &steps[n == 8192]);
+        }
+        EXPECT_GT(steps[0], 4096u) << c[0];
+        EXPECT_LE(steps[1], 2 * steps[0]) << c[0];
+    }
+}
+
+// Two threads searching with one expression at once get what one alone
+// does (the automaton's cache is built by one at a time).
+TEST(RegexThreads, TwoThreadsShareOneExpression) {
+    zel::regex re(zel::re_pat_double);
+    generator g(5);
+    g.units = "12.e-+x3\n";
+    std::vector<std::string> subjects;
+    std::vector<match_pair> expected;
+    for (int i = 0; i < 200; ++i) {
+        subjects.push_back(g.subject(40));
+        match_pair subs[5];
+        expected.push_back(probe(re, subjects.back().data(), 1, subjects.back().size(), subs, true,
+                                 zel::detail::re_path::remembered));
+    }
+    std::atomic<int> wrong{0};
+    auto work = [&](int way) {
+        for (int round = 0; round < 20; ++round)
+            for (std::size_t i = 0; i < subjects.size(); ++i) {
+                std::size_t const k = way ? subjects.size() - 1 - i : i;
+                match_pair subs[5];
+                if (!(re.search(subjects[k].c_str(), npos, subs) == expected[k]))
+                    ++wrong;
+            }
+    };
+    std::thread other(work, 1);
+    work(0);
+    other.join();
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 // (a*)*b against thirty a's: every state at every position once.

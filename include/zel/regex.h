@@ -21,8 +21,20 @@
 // longest at that position; among matches of equal length the captures of
 // the path found first (left alternatives, longer repetitions first). An
 // empty match is returned only when no position yields a non-empty one.
-// The matcher remembers which states it has explored at each position, so
-// its time is polynomial for every pattern without back-references.
+// How a search runs: a deterministic automaton, built lazily from the
+// compiled program and cached in the expression, scans the subject once to
+// find the leftmost start and the longest end; when captures are asked for,
+// the backtracking explorer then runs on that span alone. So search and
+// rsearch take time linear in the subject for every pattern without
+// back-references or trailing context. Those two, and compare (whose reach
+// the pattern bounds), go to the explorer, which remembers the states it has
+// explored at each position and stays polynomial without back-references.
+// The automaton's cache holds at most about 1 MiB per case mode (plus one
+// state being built) and is flushed and rebuilt when full; a state of more
+// than 64 KiB of threads sends the expression to the explorer for good. A
+// compiled expression may be searched by several threads at once: one at a
+// time uses the cache, the others build a private automaton for the call.
+// Copies get a cache of their own.
 //
 // Kept behaviours worth knowing:
 //   - compare tests the subject's first unit only: every single-unit test
@@ -64,6 +76,7 @@ enum wregex_alphabets : unsigned {
 struct xbuf;             // a compiled program (internal layout)
 namespace detail {
 struct regex_probe;      // the library's own tests reach the matcher through it
+struct re_cache;         // the automaton's states and transitions (internal)
 }
 struct parse_op_buffer;  // the compiler's working state (internal)
 
@@ -159,7 +172,7 @@ protected:
     // either unit width (unit_size 1 or 2).
     regex_base(allocator_engine& heap, unsigned alpha_lower, unsigned alpha_upper) noexcept
         : heap_(heap), program_(nullptr), status_(0), location_(npos),
-          alpha_lower_(alpha_lower), alpha_upper_(alpha_upper) {}
+          alpha_lower_(alpha_lower), alpha_upper_(alpha_upper), cache_(nullptr) {}
     bool compile_units(unsigned short const* pattern, unsigned length);
     match_pair match(void const* subject, unsigned unit_size, unsigned length, bool search,
                      bool exact_case, match_pair* subs) const;
@@ -178,6 +191,9 @@ private:
     unsigned location_;
     unsigned alpha_lower_;  // the class alphabet: lower included, upper excluded
     unsigned alpha_upper_;
+    // The automaton's cache: made with the program, dropped with it, never
+    // shared by copies; matching threads take turns building in it.
+    detail::re_cache* cache_;
 };
 
 // The wide expression: patterns and subjects of 16-bit units. Its classes
