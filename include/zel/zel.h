@@ -3,6 +3,7 @@
 #define ZEL_ZEL_H
 
 #include <zel/bitset.h>
+#include <zel/bufiter.h>
 #include <zel/callback.h>
 #include <zel/char_traits.h>
 #include <zel/comparator.h>
@@ -12,7 +13,9 @@
 #include <zel/fspool.h>
 #include <zel/guards.h>
 #include <zel/ios_flags.h>
+#include <zel/ldx.h>
 #include <zel/list.h>
+#include <zel/locale.h>
 #include <zel/memory.h>
 #include <zel/monitor.h>
 #include <zel/numconv.h>
