@@ -20,12 +20,11 @@
 
 namespace zel {
 
-// The tag of the no-initialisation constructors. A constructor taking it
-// builds only what must be built (the locale member) and leaves every other
-// field as the storage holds it: the standard stream objects are built once,
-// in place, by ios_base::Init, and their own static constructors must not
-// undo that. Never use it on storage that was not constructed before.
-struct zel_no_init {};
+// zel_no_init, the tag of the no-initialisation constructors, comes with
+// locale.h. Such a constructor builds only the locale member and leaves
+// every other field as the storage holds it: the standard stream objects
+// are built once, in place, by ios_base::Init. Never use it on storage that
+// does not already hold a constructed object.
 
 template <class C> class basic_streambuf;
 template <class C> class basic_ostream;
