@@ -149,7 +149,7 @@ public:
         facet** slots_;
     };
 
-    locale() noexcept;
+    locale();
     explicit locale(char const* name, category cat = all);
     locale(locale const& base, char const* name, category cat);
     locale(locale const& base, locale const& other, category cat);
@@ -340,7 +340,7 @@ struct ZEL_API num_base {
     // when that is empty. Outside radix 10 signed values are written as
     // their unsigned partners (the int -1 in hex is "ffffffff"); pointers
     // are always written in radix 16. Returns the characters written.
-    static unsigned insert(text_sink text, fill_sink fill, void* context, ios_base& ios,
+    static unsigned insert(text_sink text, fill_sink fill, void* context, ios_base& io,
                            void const* fill_char, locale::id& punct_id, num_type code,
                            void const* value);
 
@@ -352,7 +352,7 @@ struct ZEL_API num_base {
     // target takes any value that fits its unsigned partner ("ff" in hex
     // reads as -1 into a signed char); an unsigned target takes "-1" as its
     // maximum.
-    static void extract(number_getter get, space_predicate space, void* context, ios_base& ios,
+    static void extract(number_getter get, space_predicate space, void* context, ios_base& io,
                         long& error, locale::id& punct_id, num_type code, void* value);
 };
 
@@ -370,24 +370,24 @@ public:
     ~num_put() override;
     unsigned facet_id() const override;
 
-    OutIt put(OutIt it, ios_base& ios, C fill, bool v) const { return do_put(it, ios, fill, v); }
-    OutIt put(OutIt it, ios_base& ios, C fill, long v) const { return do_put(it, ios, fill, v); }
-    OutIt put(OutIt it, ios_base& ios, C fill, unsigned long v) const {
-        return do_put(it, ios, fill, v);
+    OutIt put(OutIt it, ios_base& io, C fill, bool v) const { return do_put(it, io, fill, v); }
+    OutIt put(OutIt it, ios_base& io, C fill, long v) const { return do_put(it, io, fill, v); }
+    OutIt put(OutIt it, ios_base& io, C fill, unsigned long v) const {
+        return do_put(it, io, fill, v);
     }
-    OutIt put(OutIt it, ios_base& ios, C fill, double v) const { return do_put(it, ios, fill, v); }
-    OutIt put(OutIt it, ios_base& ios, C fill, long double v) const {
-        return do_put(it, ios, fill, v);
+    OutIt put(OutIt it, ios_base& io, C fill, double v) const { return do_put(it, io, fill, v); }
+    OutIt put(OutIt it, ios_base& io, C fill, long double v) const {
+        return do_put(it, io, fill, v);
     }
-    OutIt put(OutIt it, ios_base& ios, C fill, long long v) const {
-        return do_put(it, ios, fill, v);
+    OutIt put(OutIt it, ios_base& io, C fill, long long v) const {
+        return do_put(it, io, fill, v);
     }
-    OutIt put(OutIt it, ios_base& ios, C fill, unsigned long long v) const {
-        return do_put(it, ios, fill, v);
+    OutIt put(OutIt it, ios_base& io, C fill, unsigned long long v) const {
+        return do_put(it, io, fill, v);
     }
     // The general form: the value at `value` of type `code`.
-    OutIt put(OutIt it, ios_base& ios, C fill, num_type code, void const* value) const {
-        return do_put(it, ios, fill, code, value);
+    OutIt put(OutIt it, ios_base& io, C fill, num_type code, void const* value) const {
+        return do_put(it, io, fill, code, value);
     }
 
     // Sinks for num_base::insert; the context is an OutIt.
@@ -395,16 +395,16 @@ public:
     static void cfill(void* context, void const* fill, unsigned n);
 
 protected:
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, bool v) const;
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, long v) const;
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, unsigned long v) const;
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, double v) const;
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, long double v) const;
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, long long v) const;
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, unsigned long long v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, bool v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, long v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, unsigned long v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, double v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, long double v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, long long v) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, unsigned long long v) const;
     // With `boolalpha` a bool is written by its numpunct name, padded to
     // the width (before it unless the adjustment is `left`).
-    virtual OutIt do_put(OutIt it, ios_base& ios, C fill, num_type code, void const* value) const;
+    virtual OutIt do_put(OutIt it, ios_base& io, C fill, num_type code, void const* value) const;
 };
 
 // Reads numbers through an input buffer iterator. Errors go to `error`
@@ -422,17 +422,17 @@ public:
     unsigned facet_id() const override;
 
     template <class T>
-    InIt get(InIt it, InIt end, ios_base& ios, long& error, T& v) const {
-        return do_get(it, end, ios, error, v);
+    InIt get(InIt it, InIt end, ios_base& io, long& error, T& v) const {
+        return do_get(it, end, io, error, v);
     }
     // The general form: the target at `value` of type `code`.
-    InIt get(InIt it, InIt end, ios_base& ios, long& error, num_type code, void* value) const {
-        return do_get(it, end, ios, error, code, value);
+    InIt get(InIt it, InIt end, ios_base& io, long& error, num_type code, void* value) const {
+        return do_get(it, end, io, error, code, value);
     }
     // Reads the numpunct true or false name: the longest prefix of the
     // input that matches one of them, which must be a whole name. failbit
     // when none is matched (characters read so far stay consumed).
-    InIt get_boolalpha(InIt it, InIt end, ios_base& ios, long& error, bool& v) const;
+    InIt get_boolalpha(InIt it, InIt end, ios_base& io, long& error, bool& v) const;
 
     // Callbacks for num_base::extract over an iterator pair.
     struct source {
@@ -444,17 +444,17 @@ public:
     static bool cspace(void* context, unsigned c);
 
 protected:
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, bool& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, long& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, unsigned short& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, unsigned int& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, unsigned long& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, float& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, double& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, long double& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, long long& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, unsigned long long& v) const;
-    virtual InIt do_get(InIt it, InIt end, ios_base& ios, long& error, num_type code,
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, bool& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, long& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, unsigned short& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, unsigned int& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, unsigned long& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, float& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, double& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, long double& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, long long& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, unsigned long long& v) const;
+    virtual InIt do_get(InIt it, InIt end, ios_base& io, long& error, num_type code,
                         void* value) const;
 };
 
