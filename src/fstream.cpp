@@ -1,16 +1,21 @@
 // The file streams: each builds its basic_ios on its own member buffer and
-// passes open modes to it unchanged.
+// passes open modes to it unchanged. As for the string streams, the
+// constructors point the virtual base at the member buffer even when a
+// derived class built it with another.
 #include <zel/fstream.h>
 
 namespace zel {
 
 #define ZEL_FILE_STREAM_DEFINITIONS(cls, stream)                                             \
     template <class C>                                                                       \
-    cls<C>::cls() : basic_ios<C>(&this->fbuf_), stream<C>(&this->fbuf_) {}                   \
+    cls<C>::cls() : basic_ios<C>(&this->fbuf_), stream<C>(&this->fbuf_) {                    \
+        basic_ios<C>::rdbuf(&this->fbuf_);                                                   \
+    }                                                                                        \
                                                                                              \
     template <class C>                                                                       \
     cls<C>::cls(char const* name, long mode)                                                 \
         : basic_ios<C>(&this->fbuf_), stream<C>(&this->fbuf_) {                              \
+        basic_ios<C>::rdbuf(&this->fbuf_);                                                   \
         open(name, mode);                                                                    \
     }                                                                                        \
                                                                                              \

@@ -42,14 +42,14 @@ struct string_sink {
 } // namespace
 
 template <class C>
-basic_istream<C>::basic_istream(streambuf_type* buffer) : ios_type(buffer), gcount_(0), glast_(eof) {}
+basic_istream<C>::basic_istream(streambuf_type* buffer) : ios_type(buffer), gcount_(0), glast_(end_of_file) {}
 
 template <class C>
 basic_istream<C>::basic_istream(zel_no_init const& n) : ios_type(n) {}
 
 template <class C>
 basic_istream<C>::basic_istream(basic_istream const& other)
-    : ios_type(other), gcount_(0), glast_(eof) {}
+    : ios_type(other), gcount_(0), glast_(end_of_file) {}
 
 template <class C>
 basic_istream<C>& basic_istream<C>::operator=(basic_istream const& other) {
@@ -65,7 +65,7 @@ bool basic_istream<C>::do_ipfx(bool noskip) {
     streambuf_type* b = this->rdbuf();
     long const err = (this->rdstate() != 0 || !b) ? ios_base::failbit : 0;
     gcount_ = 0;
-    glast_ = eof;
+    glast_ = end_of_file;
     if (err == 0) {
         if (basic_ostream<C>* t = this->tie())
             t->flush();
@@ -73,7 +73,7 @@ bool basic_istream<C>::do_ipfx(bool noskip) {
             // End of input ends the skip without eofbit; the extraction
             // that follows meets it again and says so.
             int c = b->sgetc();
-            while (c != eof && this->is_ctype(mask(0x20), C(c), false))
+            while (c != end_of_file && this->is_ctype(mask(0x20), C(c), false))
                 c = b->snextc();
         }
     }
@@ -98,7 +98,7 @@ template <class C>
 int basic_istream<C>::do_peek() {
     if (do_ipfx(true)) {
         glast_ = this->rdbuf()->sgetc();
-        if (glast_ == eof)
+        if (glast_ == end_of_file)
             this->setstate(ios_base::eofbit);
     }
     return glast_;
@@ -109,8 +109,8 @@ void basic_istream<C>::do_putback(int c) {
     if (!do_ipfx(true))
         return;
     streambuf_type* b = this->rdbuf();
-    int const r = c == eof ? b->sungetc() : b->sputbackc(C(c));
-    if (r == eof)
+    int const r = c == end_of_file ? b->sungetc() : b->sputbackc(C(c));
+    if (r == end_of_file)
         this->setstate(ios_base::badbit);
 }
 
@@ -126,7 +126,7 @@ void basic_istream<C>::read_field(Sink& sink, long n, int by_class, bool take_de
         streambuf_type* b = this->rdbuf();
         glast_ = b->sgetc();
         for (;;) {
-            if (glast_ == eof) {
+            if (glast_ == end_of_file) {
                 bits |= ios_base::eofbit;
                 break;
             }
@@ -179,7 +179,7 @@ void basic_istream<C>::do_get(C* s, long n) {
         streambuf_type* b = this->rdbuf();
         while (gcount_ < n) {
             int const c = b->sbumpc();
-            if (c == eof) {
+            if (c == end_of_file) {
                 bits |= ios_base::eofbit;
                 break;
             }
@@ -229,7 +229,7 @@ void basic_istream<C>::do_get(C& c, bool noskip) {
     long bits = 0;
     if (do_ipfx(noskip)) {
         glast_ = this->rdbuf()->sbumpc();
-        if (glast_ == eof) {
+        if (glast_ == end_of_file) {
             bits |= ios_base::eofbit | ios_base::failbit;
         } else {
             c = C(glast_);
@@ -252,13 +252,13 @@ void basic_istream<C>::do_get(streambuf_type* to, int delim) {
             streambuf_type* b = this->rdbuf();
             glast_ = b->sgetc();
             for (;;) {
-                if (glast_ == eof) {
+                if (glast_ == end_of_file) {
                     bits |= ios_base::eofbit;
                     break;
                 }
                 // The delimiter, and a character the target refuses, stay
                 // unread.
-                if (glast_ == delim || to->sputc(C(glast_)) == eof)
+                if (glast_ == delim || to->sputc(C(glast_)) == end_of_file)
                     break;
                 ++gcount_;
                 glast_ = b->snextc();
@@ -281,7 +281,7 @@ void basic_istream<C>::do_skip(long n, int by_class, bool take_delim, int delim,
         for (;;) {
             if (n != no_limit && gcount_ >= n)
                 break;
-            if (glast_ == eof) {
+            if (glast_ == end_of_file) {
                 bits |= ios_base::eofbit;
                 break;
             }

@@ -18,6 +18,11 @@
 //   eofbit   the input ended;
 //   badbit   a failed putback; a null target buffer.
 //
+// Deriving: basic_ios is a virtual base, built by the most derived class,
+// so a class derived from a stream names basic_ios<C>(buffer) in its own
+// constructor. The string and file streams point it at their own buffer in
+// every case, so a class derived from them may pass null there.
+//
 // Choices where the behaviour was open:
 //   - A number that reaches the end of input is stored and sets eofbit
 //     without failbit ("12" then end: 12, eofbit), so `while (in >> x)`
@@ -72,7 +77,7 @@ public:
     using pos_type = std::int64_t;
 
     // End of file for this character type: -1 for `char`, 0xFFFF wide.
-    static constexpr int eof = buffer_eof<C>::value;
+    static constexpr int end_of_file = buffer_eof<C>::value;
     // The count that means "no limit" to ignore and the skips.
     static constexpr long no_limit = 0x7FFFFFFF;
 
@@ -84,7 +89,7 @@ public:
     ~basic_istream() override;
 
     // Characters taken by the last extraction (a consumed delimiter counts)
-    // and the last character looked at (or eof).
+    // and the last character looked at (or end_of_file).
     long gcount() const noexcept { return gcount_; }
     int glast() const noexcept { return glast_; }
 
@@ -133,7 +138,7 @@ public:
 
     // Copies everything up to end of input into `to` (badbit when null).
     basic_istream& operator>>(streambuf_type* to) {
-        do_get(to, eof);
+        do_get(to, end_of_file);
         return *this;
     }
 
@@ -158,7 +163,7 @@ public:
         do_get(c, true);
         return *this;
     }
-    // The next character, or eof.
+    // The next character, or end_of_file.
     int get() {
         C c;
         do_get(c, true);
@@ -217,7 +222,7 @@ public:
     // Skips n characters (no_limit: no limit) or through the delimiter,
     // which is consumed. For `char`, a negative d other than -1 is taken as
     // the char it came from, so ignore(n, '\xe9') works.
-    basic_istream& ignore(long n = 1, int d = eof) {
+    basic_istream& ignore(long n = 1, int d = end_of_file) {
         do_skip(n, 0, true, delim_of(d), mask(0xFF), false);
         return *this;
     }
@@ -243,7 +248,7 @@ public:
         return *this;
     }
     basic_istream& unget() {
-        do_putback(eof);
+        do_putback(end_of_file);
         return *this;
     }
     int sync() { return do_sync(); }
