@@ -556,7 +556,9 @@ std::uint64_t unsigned_max(num_base::num_type code) noexcept {
     case num_base::t_uint: return 0xFFFFFFFFu;
     case num_base::t_long:
     case num_base::t_ulong: return static_cast<unsigned long>(-1);
-    case num_base::t_pointer: return static_cast<std::uintptr_t>(-1) >> 1;
+    // Any address of the target: 32-bit Windows kept user addresses below
+    // 0x80000000, but 32-bit Linux places stacks above it.
+    case num_base::t_pointer: return static_cast<std::uintptr_t>(-1);
     default: return ~std::uint64_t(0);
     }
 }

@@ -351,7 +351,8 @@ struct ZEL_API num_base {
     // type; the target is stored only on success. Outside radix 10 a signed
     // target takes any value that fits its unsigned partner ("ff" in hex
     // reads as -1 into a signed char); an unsigned target takes "-1" as its
-    // maximum.
+    // maximum. A pointer is read in radix 16 and may be any address of the
+    // target (up to all bits of a pointer set).
     static void extract(number_getter get, space_predicate space, void* context, ios_base& io,
                         long& error, locale::id& punct_id, num_type code, void* value);
 };
