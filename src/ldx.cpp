@@ -24,6 +24,7 @@
 #include <cstring>
 #include <ctype.h>
 #include <cwchar>
+#include <atomic>
 #include <mutex>
 #include <new>
 #include <string>
@@ -47,6 +48,7 @@ unsigned size_ = 0;
 unsigned cap_ = 0;
 locale_descriptor const* curr_ = nullptr;
 std::mutex registry_mutex;
+std::atomic<locale_t> c_native_{locale_t(nullptr)};
 
 ldx_record const* record_of(locale_descriptor const* d) noexcept {
     return reinterpret_cast<ldx_record const*>(d);
@@ -212,6 +214,7 @@ locale_descriptor const* install_locked(char const* name, int category, bool mak
 void init_locked() {
     expand_map();
     install_locked("C", 0, false);
+    c_native_.store(map_[0]->native, std::memory_order_release);
     std::string const present = std::setlocale(LC_ALL, nullptr);
     install_locked(present.c_str(), 0, true);
 }
@@ -319,6 +322,7 @@ void ldx_manager::destroy_map() noexcept {
     guard g(registry_mutex);
     if (map_ == nullptr)
         return;
+    c_native_.store(locale_t(nullptr), std::memory_order_release);
     for (unsigned i = 0; i < size_; ++i) {
         freelocale(map_[i]->native);
         delete[] map_[i]->full;
@@ -335,6 +339,11 @@ locale_t detail::ldx_native(locale_descriptor const* d) {
     if (d == nullptr)
         d = ldx_manager::C();
     return record_of(d)->native;
+}
+
+locale_t detail::c_native() {
+    locale_t const l = c_native_.load(std::memory_order_acquire);
+    return l != locale_t(nullptr) ? l : ldx_native(nullptr);
 }
 
 // ---- ldx_lock -------------------------------------------------------------

@@ -15,6 +15,9 @@ namespace detail {
 
 // d's locale object; the "C" descriptor's for a null d.
 locale_t ldx_native(locale_descriptor const* d);
+// The "C" descriptor's locale object, without taking the registry's lock
+// once the registry exists.
+locale_t c_native();
 
 // Makes `l` the calling thread's locale for the scope.
 class thread_locale {

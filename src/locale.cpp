@@ -583,7 +583,6 @@ signed_bounds signed_range(num_base::num_type code) noexcept {
 unsigned num_base::insert(text_sink text, fill_sink fill, void* context, ios_base& io,
                           void const* fill_char, locale::id& punct_id, num_type code,
                           void const* value) {
-    char const point = decimal_point_of(io, punct_id);
     unsigned radix = static_cast<unsigned>(io.radix());
     if (radix == 0)
         radix = 10;
@@ -593,7 +592,6 @@ unsigned num_base::insert(text_sink text, fill_sink fill, void* context, ios_bas
     if (radix != 10)
         code = unsigned_partner(code);
 
-    detail::thread_locale scope(detail::ldx_native(ldx_manager::C()));
     auto put_signed = [&](std::int64_t v) {
         return zel::insert(text, context, fill, fill_char, v, radix, width, flags);
     };
@@ -618,26 +616,27 @@ unsigned num_base::insert(text_sink text, fill_sink fill, void* context, ios_bas
         flags = (flags & ~ios_flags::radixfield) | ios_flags::hex;
         return put_unsigned(ptr2utype(load<void const*>(value)));
     case t_float:
-        return zel::insert(text, context, fill, fill_char, double(load<float>(value)), width,
-                           precision, flags, point);
     case t_double:
-        return zel::insert(text, context, fill, fill_char, load<double>(value), width, precision,
-                           flags, point);
     case t_ldouble:
+        break;
+    }
+    // Floating point goes through snprintf: under the "C" locale on this
+    // thread, with the locale's point put in by the engine.
+    char const point = decimal_point_of(io, punct_id);
+    detail::thread_locale scope(detail::c_native());
+    if (code == t_ldouble)
         return zel::insert(text, context, fill, fill_char, load<long double>(value), width,
                            precision, flags, point);
-    }
-    return 0;
+    double const v = code == t_float ? double(load<float>(value)) : load<double>(value);
+    return zel::insert(text, context, fill, fill_char, v, width, precision, flags, point);
 }
 
 void num_base::extract(number_getter get, space_predicate space, void* context, ios_base& io,
                        long& error, locale::id& punct_id, num_type code, void* value) {
-    unsigned char const point = static_cast<unsigned char>(decimal_point_of(io, punct_id));
     unsigned const radix = static_cast<unsigned>(io.radix());
     long const flags = io.flags();
     bool at_end = false;
 
-    detail::thread_locale scope(detail::ldx_native(ldx_manager::C()));
     switch (code) {
     case t_char:
     case t_schar:
@@ -710,6 +709,10 @@ void num_base::extract(number_getter get, space_predicate space, void* context, 
             lo = FLT_MIN;
             hi = FLT_MAX;
         }
+        // strtod under the "C" locale on this thread; the engine reads the
+        // locale's point and hands "." to strtod.
+        unsigned char const point = static_cast<unsigned char>(decimal_point_of(io, punct_id));
+        detail::thread_locale scope(detail::c_native());
         long double v = 0;
         zel::extract(get, context, space, context, point, flags, v, &at_end);
         if (errno == 0) {
