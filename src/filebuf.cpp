@@ -184,8 +184,11 @@ int basic_filebuf<C>::underflow() {
     C ch;
     if (!xgetc(ch, file_, in_ldx_))
         return base::eof();
+    // The put area closes (it may be open and empty after a flush), so the
+    // next write meets overflow, which gives this character back first.
     stage_[0] = ch;
     this->setg(stage_, stage_, stage_ + 1);
+    this->setp(stage_, stage_);
     return base::to_int(ch);
 }
 
@@ -193,7 +196,10 @@ template <class C>
 int basic_filebuf<C>::overflow(int c) {
     if (!file_)
         return base::eof();
-    if (this->gptr() < this->egptr() && syncin() == base::eof())
+    // Unread input goes back first. After any reading the C stream is
+    // repositioned too (syncin ends with a seek), which C requires between
+    // input and output on one stream.
+    if (this->egptr() > this->eback() && syncin() == base::eof())
         return base::eof();
     int r = 0;
     if (this->epptr() > this->pbase() || c == base::eof()) {

@@ -201,12 +201,15 @@ void run_file_beside_model(unsigned seed) {
     // buffer then steps back inside its get area. (pbackfail pushes through
     // the C stream, which does not know about a staged character.)
     bool just_read = false;
+    std::string log;  // the operations so far, for a failure message
+    auto tail = [&] { return log.substr(log.size() > 80 ? log.size() - 80 : 0); };
     for (int step = 0; step < 3000; ++step) {
         bool const may_put_back = just_read;
         just_read = false;
         switch (rng() % 8) {
         case 0: case 1: {  // sputc
             char const c = next_char();
+            log += 'p';
             EXPECT_NE(b.sputc(C(c)), eof);
             if (pos < model.size())
                 model[pos] = c;
@@ -227,23 +230,27 @@ void run_file_beside_model(unsigned seed) {
                     model += c;
                 ++pos;
             }
+            log += "n" + std::to_string(n);
             EXPECT_EQ(b.sputn(run, long(n)), long(n));
             break;
         }
         case 3: case 4: {  // sbumpc
             int const want = pos < model.size() ? (unsigned char)model[pos++] : eof;
-            ASSERT_EQ(b.sbumpc(), want) << "step " << step;
+            log += 'b';
+            ASSERT_EQ(b.sbumpc(), want) << "step " << step << " " << tail();
             just_read = want != eof;
             break;
         }
         case 5: {  // sgetc
             int const want = pos < model.size() ? (unsigned char)model[pos] : eof;
-            ASSERT_EQ(b.sgetc(), want) << "step " << step;
+            log += 'g';
+            ASSERT_EQ(b.sgetc(), want) << "step " << step << " " << tail();
             break;
         }
         case 6: {  // put back the character just before the position
             if (may_put_back) {
-                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof) << "step " << step;
+                log += 'u';
+                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof) << "step " << step << " " << tail();
                 --pos;
             }
             break;
@@ -252,7 +259,8 @@ void run_file_beside_model(unsigned seed) {
             long const target = long(rng() % (model.size() + 1));
             int const dir = int(rng() % 3);
             long const off = dir == 0 ? target : dir == 1 ? target - long(pos) : target - long(model.size());
-            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "step " << step;
+            log += "s" + std::to_string(dir) + ":" + std::to_string(off) + "/" + std::to_string(pos) + " ";
+            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "step " << step << " " << tail();
             pos = std::size_t(target);
             break;
         }

@@ -174,8 +174,11 @@ ZEL_API std::FILE* xfopen(char const* name, long mode);
 // whole array. The first character written opens the put area and is held
 // in it, so 32 characters are held and the 33rd write sends all 33 to the C
 // stream and flushes it (the same holds after every flush). Reading hands
-// pending output to the C stream first and writing gives unread input back
-// first, so at most one area holds anything.
+// pending output to the C stream first and closes the put area; writing
+// gives unread input back first and, after any reading, repositions the C
+// stream (as C requires between input and output). So at most one area
+// holds anything, and a character put back through pbackfail goes to the
+// C stream (xungetc) while a staged one stays staged.
 template <class C>
 class ZEL_API basic_filebuf : public basic_streambuf<C> {
     using base = basic_streambuf<C>;
