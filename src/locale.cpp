@@ -85,11 +85,11 @@ locale::engine::engine(category cat, char const* name, unsigned capacity)
 
 locale::engine::engine(engine const& other)
     : virtual_reference_count<long>(0),
-      named(other.named),
       ldx_(other.ldx_),
       category_(other.category_),
       capacity_(other.capacity_),
-      slots_(new facet*[other.capacity_]()) {
+      slots_(new facet*[other.capacity_]()),
+      named(other.named) {
     for (unsigned i = 0; i < capacity_; ++i)
         if ((slots_[i] = other.slots_[i]) != nullptr)
             slots_[i]->add_reference();

@@ -140,13 +140,15 @@ public:
         // Makes this engine the global locale's.
         void set_global();
 
-        bool named = true;  // made from names alone (for comparison)
-
     private:
         locale_descriptor const* ldx_;
         category category_;
         unsigned capacity_;
         facet** slots_;
+
+    public:
+        // Made from names alone (locales compare by descriptor then).
+        bool named = true;
     };
 
     locale();
