@@ -12,6 +12,7 @@
 #include <zel/exception.h>
 #include <zel/fspool.h>
 #include <zel/guards.h>
+#include <zel/ios.h>
 #include <zel/ios_flags.h>
 #include <zel/ldx.h>
 #include <zel/list.h>
@@ -22,6 +23,7 @@
 #include <zel/regex.h>
 #include <zel/sequence.h>
 #include <zel/stopwatch.h>
+#include <zel/streambuf.h>
 #include <zel/string.h>
 #include <zel/string_engine.h>
 #include <zel/thread.h>
