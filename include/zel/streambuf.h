@@ -250,8 +250,11 @@ template <> struct stringbuf_string<unsigned short> { using type = wstring; };
 // Kept behaviours: the get position can be sought anywhere below the end of
 // the readable text but never onto its end, the put position up to and onto
 // the end of the put area; in|out seeks are accepted only from beg or end;
-// pbackfail answers through a signed char for `char`, so a put-back of end
-// of file moves back and still answers -1, and so does a matching 0xFF.
+// pbackfail (which sputbackc and sungetc reach only at the start of the
+// text or with a differing character; a derived class may call it) answers
+// a matching character through a signed char for `char`: a put-back of end
+// of file moves back and still answers -1, a matching 0xFF answers -1 too,
+// and 0x80-0xFE answer negative values.
 template <class C>
 class ZEL_API basic_stringbuf : public basic_streambuf<C> {
     using base = basic_streambuf<C>;
