@@ -265,6 +265,47 @@ void buffers_and_locales() {
     }
 }
 
+// Formatted streams: a table with widths, fills and radixes written to a
+// file stream and read back with extractors, then words counted with a
+// character-class delimiter.
+void streams() {
+    section("Formatted streams: a table in a file, words by character class");
+    std::string const path = std::string(P_tmpdir) + "/zel_tour_table.txt";
+    {
+        zel::ofstream table(path.c_str());
+        for (int n : {7, 255, 4096}) {
+            table.fill(' ');
+            table << zel::dec << zel::setw(6) << n << ' ';
+            table.fill('0');
+            table << zel::internal << zel::showbase << zel::hex << zel::setw(8) << n << ' '
+                  << zel::noshowbase << zel::right << zel::bin << zel::setw(14) << n << zel::endl;
+        }
+    }  // the stream's buffer closes the file
+    zel::ifstream in(path.c_str());
+    zel::string line;
+    while (zel::getline(in, line))
+        std::printf("| %s\n", line.c_str());
+    in.clear();
+    in.seekg(0);
+    int d = 0, h = 0, b = 0;
+    while (in >> zel::dec >> d >> zel::any >> h >> zel::bin >> b)  // "any": the 0x prefix decides
+        std::printf("read back %d %d %d\n", d, h, b);
+    in.close();
+    std::remove(path.c_str());
+
+    zel::istringstream text("Streams read words, numbers (42) and lines; a class decides where words end.");
+    zel::string word, last;
+    int words = 0;
+    for (;;) {
+        text.eat(zel::ctype_base::alpha, true);  // skip everything that is not a letter
+        if (!text.get(word, 64, zel::ctype_base::alpha, false))  // letters up to the next non-letter
+            break;
+        last = word;
+        ++words;
+    }
+    std::printf("%d words, the last one \"%s\"\n", words, last.c_str());
+}
+
 } // namespace
 
 int main() {
@@ -279,5 +320,6 @@ int main() {
     threads();
     containers();
     buffers_and_locales();
+    streams();
     return 0;
 }
