@@ -79,6 +79,24 @@ basic_ostream<C>& basic_ostream<C>::put_text(C const* s, unsigned long n) {
 }
 
 template <class C>
+basic_ostream<C>& basic_ostream<C>::put_narrow(char const* s) {
+    if (!s)
+        return put_text(nullptr, 0);
+    // Widened in pieces on the stack when short, else in one string.
+    unsigned long const n = char_traits<char>::length(s);
+    C local[64];
+    if (n <= 64) {
+        for (unsigned long i = 0; i < n; ++i)
+            local[i] = C(static_cast<unsigned char>(s[i]));
+        return put_text(local, n);
+    }
+    typename stringbuf_string<C>::type wide;
+    for (unsigned long i = 0; i < n; ++i)
+        wide += C(static_cast<unsigned char>(s[i]));
+    return put_text(wide.data(), wide.size());
+}
+
+template <class C>
 basic_ostream<C>& basic_ostream<C>::do_put(C const* s, long n) {
     unsigned long length = 0;
     if (s) {

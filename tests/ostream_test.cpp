@@ -241,8 +241,8 @@ TEST(OstreamText, WideStreamsWriteTheSameCharacters) {
     zel::wstring expect(u"**0xff**ab!");
     EXPECT_TRUE(ws.str() == expect);
     zel::wostringstream d;
-    d << 1.5 << static_cast<unsigned short>(u' ') << -7LL;
-    EXPECT_TRUE(d.str() == zel::wstring(u"1.5 -7"));
+    d << 1.5 << static_cast<unsigned short>(u' ') << -7LL << ' ' << zel::setw(5) << "n\xe9";
+    EXPECT_TRUE(d.str() == zel::wstring(u"1.5 -7    n\u00e9"));
 }
 
 // A buffer that counts syncs and can refuse or throw on writing.

@@ -48,6 +48,11 @@ class ZEL_API basic_ostream : virtual public basic_ios<C> {
          std::is_same_v<T, signed char const*> || std::is_same_v<T, unsigned char const*> ||
          std::is_same_v<T, signed char*> || std::is_same_v<T, unsigned char*> ||
          std::is_same_v<T, unsigned short>);
+    // The wide stream's narrow forms (see the inserter below).
+    template <class T>
+    static constexpr bool wide_extra =
+        !std::is_same_v<C, char> &&
+        (std::is_same_v<T, char> || std::is_same_v<T, char const*> || std::is_same_v<T, char*>);
 
 public:
     using char_type = C;
@@ -81,6 +86,19 @@ public:
         else {
             C const c = C(v);
             return put_text(&c, 1);
+        }
+    }
+
+    // The wide stream takes a narrow character or text too, each byte
+    // widened as its unsigned value (ISO-8859-1), so `wcout << "text"`
+    // writes the text rather than the pointer.
+    template <class T, std::enable_if_t<wide_extra<T>, int> = 0>
+    basic_ostream& operator<<(T v) {
+        if constexpr (std::is_same_v<T, char>) {
+            C const c = C(static_cast<unsigned char>(v));
+            return put_text(&c, 1);
+        } else {
+            return put_narrow(v);
         }
     }
 
@@ -151,6 +169,7 @@ protected:
 
 private:
     basic_ostream& put_text(C const* s, unsigned long n);
+    basic_ostream& put_narrow(char const* s);
     void finish();
     void set_bits(long bits);
 };
