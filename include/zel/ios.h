@@ -26,8 +26,10 @@ namespace zel {
 // are built once, in place, by ios_base::Init. Never use it on storage that
 // does not already hold a constructed object.
 
-template <class C> class basic_streambuf;
-template <class C> class basic_ostream;
+// The visibility goes on these first declarations: Clang takes a class
+// template's visibility from its first declaration.
+template <class C> class ZEL_API basic_streambuf;
+template <class C> class ZEL_API basic_ostream;
 
 class ZEL_API ios_base : public ios_flags {
 public:
@@ -260,8 +262,8 @@ private:
     writer_type const* writer_;
 };
 
-extern template class basic_ios<char>;
-extern template class basic_ios<unsigned short>;
+extern template class ZEL_API basic_ios<char>;
+extern template class ZEL_API basic_ios<unsigned short>;
 
 using ios = basic_ios<char>;
 using wios = basic_ios<unsigned short>;
