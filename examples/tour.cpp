@@ -3,6 +3,8 @@
 #include <zel/zel.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string>
 #include <thread>
 
 namespace {
@@ -220,6 +222,90 @@ void containers() {
     }
 }
 
+// A file written and read back through file buffers (32 characters staged in
+// front of the C stream), and one number formatted under two locales. The
+// build generates de_DE.UTF-8 into its own tree; the tour looks there first.
+void buffers_and_locales() {
+    section("A file through a file buffer; a number in two locales");
+    std::string const path = std::string(P_tmpdir) + "/zel_tour_buffer.txt";
+    char const text[] = "a file buffer stages 32 characters\nin front of the C stream\n";
+    zel::filebuf out;
+    if (!out.open(path.c_str(), zel::ios_base::out)) {
+        std::printf("cannot write %s\n", path.c_str());
+        return;
+    }
+    out.sputn(text, long(sizeof text - 1));
+    out.close();  // flushes what is still staged
+    zel::filebuf in;
+    in.open(path.c_str(), zel::ios_base::in);
+    int lines = 0, chars = 0;
+    for (int c; (c = in.sbumpc()) != zel::filebuf::eof(); ++chars)
+        lines += c == '\n';
+    in.close();
+    std::remove(path.c_str());
+    std::printf("read back %d characters in %d lines\n", chars, lines);
+
+#ifdef ZEL_TOUR_LOCPATH
+    setenv("LOCPATH", ZEL_TOUR_LOCPATH, 0);  // the build's generated locales
+#endif
+    for (char const* name : {"C", "de_DE.UTF-8"}) {
+        if (!zel::ldx_manager::supports(name, zel::locale_base::all)) {
+            std::printf("%-12s not on this machine (the build generates it)\n", name);
+            continue;
+        }
+        zel::locale loc(name);
+        zel::stringbuf sb(zel::ios_base::out);
+        zel::ios fmt(&sb);
+        fmt.imbue(loc);
+        zel::fixed(fmt);
+        fmt.precision(2);
+        zel::obuf_iterator it(&sb);
+        zel::use_facet<zel::num_put<char, zel::obuf_iterator>>(loc).put(it, fmt, ' ', 1234567.891);
+        std::printf("%-12s 1234567.891 with fixed, precision 2: %s\n", name, sb.str().c_str());
+    }
+}
+
+// Formatted streams: a table with widths, fills and radixes written to a
+// file stream and read back with extractors, then words counted with a
+// character-class delimiter.
+void streams() {
+    section("Formatted streams: a table in a file, words by character class");
+    std::string const path = std::string(P_tmpdir) + "/zel_tour_table.txt";
+    {
+        zel::ofstream table(path.c_str());
+        for (int n : {7, 255, 4096}) {
+            table.fill(' ');
+            table << zel::dec << zel::setw(6) << n << ' ';
+            table.fill('0');
+            table << zel::internal << zel::showbase << zel::hex << zel::setw(8) << n << ' '
+                  << zel::noshowbase << zel::right << zel::bin << zel::setw(14) << n << zel::endl;
+        }
+    }  // the stream's buffer closes the file
+    zel::ifstream in(path.c_str());
+    zel::string line;
+    while (zel::getline(in, line))
+        std::printf("| %s\n", line.c_str());
+    in.clear();
+    in.seekg(0);
+    int d = 0, h = 0, b = 0;
+    while (in >> zel::dec >> d >> zel::any >> h >> zel::bin >> b)  // "any": the 0x prefix decides
+        std::printf("read back %d %d %d\n", d, h, b);
+    in.close();
+    std::remove(path.c_str());
+
+    zel::istringstream text("Streams read words, numbers (42) and lines; a class decides where words end.");
+    zel::string word, last;
+    int words = 0;
+    for (;;) {
+        text.eat(zel::ctype_base::alpha, true);  // skip everything that is not a letter
+        if (!text.get(word, 64, zel::ctype_base::alpha, false))  // letters up to the next non-letter
+            break;
+        last = word;
+        ++words;
+    }
+    std::printf("%d words, the last one \"%s\"\n", words, last.c_str());
+}
+
 } // namespace
 
 int main() {
@@ -233,5 +319,7 @@ int main() {
     numbers();
     threads();
     containers();
+    buffers_and_locales();
+    streams();
     return 0;
 }

@@ -3,6 +3,7 @@
 #define ZEL_ZEL_H
 
 #include <zel/bitset.h>
+#include <zel/bufiter.h>
 #include <zel/callback.h>
 #include <zel/char_traits.h>
 #include <zel/comparator.h>
@@ -10,15 +11,24 @@
 #include <zel/deque.h>
 #include <zel/exception.h>
 #include <zel/fspool.h>
+#include <zel/fstream.h>
 #include <zel/guards.h>
+#include <zel/ios.h>
 #include <zel/ios_flags.h>
+#include <zel/iostream.h>
+#include <zel/istream.h>
+#include <zel/ldx.h>
 #include <zel/list.h>
+#include <zel/locale.h>
 #include <zel/memory.h>
 #include <zel/monitor.h>
 #include <zel/numconv.h>
+#include <zel/ostream.h>
 #include <zel/regex.h>
 #include <zel/sequence.h>
+#include <zel/sstream.h>
 #include <zel/stopwatch.h>
+#include <zel/streambuf.h>
 #include <zel/string.h>
 #include <zel/string_engine.h>
 #include <zel/thread.h>

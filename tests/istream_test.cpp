@@ -1,0 +1,368 @@
+// Formatted input: round trips of seeded random values of every type in
+// every radix, the documented field, line and skip cases with character and
+// class delimiters, state bits and exceptions masks at failure and end of
+// input, arbitrary bytes into every extractor, a derived stream that
+// replaces a do_ operation, and the wide stream.
+#include <zel/istream.h>
+#include <zel/sstream.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <string>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zel::ios_base;
+
+std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
+
+long const radix_bits[] = {ios_base::bin, ios_base::oct, ios_base::dec, ios_base::hex};
+
+template <class T>
+T random_value(std::mt19937_64& rng) {
+    if constexpr (std::is_floating_point_v<T>) {
+        std::uniform_real_distribution<double> mant(-1.0, 1.0);
+        std::uniform_int_distribution<int> exp(std::is_same_v<T, float> ? -60 : -300,
+                                               std::is_same_v<T, float> ? 60 : 300);
+        return T(std::ldexp(mant(rng), exp(rng)));
+    } else {
+        return T(rng() >> (rng() % 64));
+    }
+}
+
+// Writes 40 values in one radix (with or without showbase) and reads them
+// back, with the same radix, or with radix "any" when the prefix says it.
+template <class T>
+void round_trip(std::mt19937_64& rng) {
+    for (long radix : radix_bits)
+        for (bool base : {false, true}) {
+            if (std::is_floating_point_v<T> && radix != ios_base::dec)
+                continue;
+            // long double keeps double's precision and range through the engines.
+            using limits = std::numeric_limits<std::conditional_t<std::is_same_v<T, long double>, double, T>>;
+            T values[40];
+            zel::ostringstream os;
+            os.flags(radix | (base ? ios_base::showbase : 0) |
+                     (std::is_floating_point_v<T> ? ios_base::scientific : 0));
+            os.precision(std::is_same_v<T, float> ? 9 : 17);
+            for (int i = 0; i < 40; ++i) {
+                values[i] = i == 0 ? T(limits::lowest())
+                            : i == 1 ? T(limits::max())
+                            : i == 2 ? T(0)
+                                     : random_value<T>(rng);
+                if constexpr (std::is_same_v<T, long double>)
+                    values[i] = static_cast<double>(values[i]);
+                os << values[i] << ' ';
+            }
+            zel::istringstream is(os.str());
+            is.flags(base ? 0 : radix);  // radix "any" and no skipws: the prefix decides,
+            is.setf(ios_base::skipws);   // white space is skipped before each value
+            for (int i = 0; i < 40; ++i) {
+                T v{};
+                is >> v;
+                ASSERT_FALSE(is.fail()) << "value " << i << " radix " << radix << " in "
+                                        << text(os.str());
+                EXPECT_EQ(v, values[i]) << i;
+            }
+            T extra{};
+            is >> extra;
+            EXPECT_EQ(is.rdstate(), ios_base::eofbit | ios_base::failbit);
+        }
+}
+
+TEST(IstreamNumbers, RoundTripsOfEveryTypeAndRadix) {
+    std::mt19937_64 rng(5);
+    round_trip<short>(rng);
+    round_trip<unsigned short>(rng);
+    round_trip<int>(rng);
+    round_trip<unsigned>(rng);
+    round_trip<long>(rng);
+    round_trip<unsigned long>(rng);
+    round_trip<long long>(rng);
+    round_trip<unsigned long long>(rng);
+    round_trip<float>(rng);
+    round_trip<double>(rng);
+    round_trip<long double>(rng);
+
+    zel::istringstream is("1 0 true false");
+    bool a = false, b = true, c = false, d = true;
+    is >> a >> b >> zel::boolalpha >> c >> d;
+    EXPECT_TRUE(a && !b && c && !d);
+    EXPECT_TRUE(is.eof() && !is.fail());
+}
+
+TEST(IstreamNumbers, EndOfInputAndRefusedValues) {
+    struct row {
+        char const* input;
+        long state;      // after one int extraction
+        int value;       // -99: left as it was
+        int next;        // the next character, after clear()
+    } const rows[] = {
+        {"12", ios_base::eofbit, 12, -1},
+        {"  12 ", 0, 12, ' '},
+        {"-", ios_base::eofbit | ios_base::failbit, -99, -1},
+        {"", ios_base::eofbit | ios_base::failbit, -99, -1},
+        {"x1", ios_base::failbit, -99, 'x'},
+        {"99999999999", ios_base::eofbit | ios_base::failbit, -99, -1},
+    };
+    for (row const& r : rows) {
+        zel::istringstream is(r.input);
+        int v = -99;
+        is >> v;
+        EXPECT_EQ(is.rdstate(), r.state) << '"' << r.input << '"';
+        EXPECT_EQ(v, r.value) << r.input;
+        is.clear();
+        EXPECT_EQ(is.peek(), r.next) << r.input;
+    }
+    zel::istringstream hex("ff 0x1F");
+    int h = 0, any = 0;
+    hex >> zel::hex >> h >> zel::any >> any;
+    EXPECT_EQ(h, 255);
+    EXPECT_EQ(any, 31);
+    zel::istringstream big("70000 -1 300");
+    short s = 5;
+    unsigned u = 0;
+    big >> s;
+    EXPECT_TRUE(big.fail());
+    EXPECT_EQ(s, 5);
+    big.clear();
+    big >> u;
+    EXPECT_EQ(u, 4294967295u);
+}
+
+TEST(IstreamFields, GetGetlineAndWords) {
+    char buf[16];
+    zel::istringstream a("abcdef\nnext");
+    a.getline(buf, 4);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(a.rdstate(), ios_base::failbit);
+    zel::istringstream b("abcdef\nnext");
+    b.get(buf, 4);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(b.rdstate(), 0);
+    EXPECT_EQ(b.gcount(), 3);
+
+    zel::istringstream c("\nxyz");
+    c.getline(buf, 16);
+    EXPECT_STREQ(buf, "");
+    EXPECT_EQ(c.gcount(), 1);
+    EXPECT_TRUE(c.good());
+    c.get(buf, 16);
+    EXPECT_STREQ(buf, "xyz");
+    EXPECT_EQ(c.rdstate(), ios_base::eofbit);
+
+    zel::istringstream d("abc123 rest");
+    d.get(buf, 16, zel::ctype_base::alpha, false);
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(d.peek(), '1');
+    zel::string s;
+    d.getline(s, 100, zel::ctype_base::space, true);  // stop at the first blank, consume it
+    EXPECT_EQ(text(s), "123");
+    EXPECT_EQ(d.peek(), 'r');
+
+    zel::istringstream e("  abcdef gh");
+    e.width(4);
+    e >> buf;
+    EXPECT_STREQ(buf, "abc");
+    EXPECT_EQ(e.width(), 0);
+    e >> s;
+    EXPECT_EQ(text(s), "def");
+    e >> s;
+    EXPECT_EQ(text(s), "gh");
+    EXPECT_EQ(e.rdstate(), ios_base::eofbit);
+    e >> s;
+    EXPECT_EQ(e.rdstate(), ios_base::eofbit | ios_base::failbit);
+
+    zel::istringstream lines("one\ntwo\n\nlast");
+    std::string all;
+    while (zel::getline(lines, s))
+        all += text(s) + "|";
+    EXPECT_EQ(all, "one|two||last|");
+}
+
+TEST(IstreamFields, SkipsPeekPutbackAndReads) {
+    zel::istringstream a("abxcd");
+    a.eat('x');
+    EXPECT_EQ(a.peek(), 'x');
+    zel::istringstream b("ab\ncd");
+    b >> zel::skipl;
+    EXPECT_EQ(b.get(), 'c');
+    EXPECT_EQ(b.get(), 'd');
+    EXPECT_EQ(b.get(), -1);
+    EXPECT_EQ(b.rdstate(), ios_base::eofbit | ios_base::failbit);
+
+    zel::istringstream blank("   ");
+    blank >> zel::ws;  // end of input: eofbit, the stream still tests true
+    EXPECT_EQ(blank.rdstate(), ios_base::eofbit);
+    EXPECT_TRUE(bool(blank));
+
+    zel::istringstream c("key = value; more");
+    c.ignore(100, '=');
+    EXPECT_EQ(c.gcount(), 5);
+    c >> zel::ws;
+    c.ignore(zel::istream::no_limit, zel::ctype_base::alpha, false);  // through the ';'
+    EXPECT_EQ(c.peek(), ' ');
+    c.eat(zel::ctype_base::space);
+    char buf[8] = {};
+    c.read(buf, 8);
+    EXPECT_EQ(c.gcount(), 4);
+    EXPECT_STREQ(buf, "more");
+    EXPECT_EQ(c.rdstate(), ios_base::eofbit);
+
+    zel::istringstream d("xyz");
+    EXPECT_EQ(d.get(), 'x');
+    d.unget();
+    d.putback('q');  // not the character before: the buffer refuses (mode in only)
+    EXPECT_TRUE(d.bad());
+    zel::istringstream e("xyz");
+    char ch = 0;
+    e.get(ch);
+    e.putback('x');
+    EXPECT_TRUE(e.good());
+    EXPECT_EQ(e.tellg(), 0);
+    e.seekg(2);
+    EXPECT_EQ(e.get(), 'z');
+    EXPECT_EQ(e.get(), -1);
+    e.seekg(0, ios_base::beg);  // clears eofbit, but failbit stays
+    EXPECT_TRUE(e.fail());
+    e.clear();
+    e.seekg(1, ios_base::beg);
+    EXPECT_EQ(e.readsome(buf, 8), 2);  // the rest of the text is ready in the get area
+}
+
+TEST(IstreamState, ExceptionsMasksAndFailedPrefixes) {
+    zel::istringstream a("x");
+    a.exceptions(ios_base::failbit);
+    int v = 0;
+    try {
+        a >> v;
+        FAIL() << "no exception";
+    } catch (ios_base::failure const& e) {
+        EXPECT_STREQ(e.what(), "ios_base failure bit(s) set [fail]");
+    }
+    zel::istringstream b("7");
+    b.exceptions(ios_base::eofbit);
+    EXPECT_THROW(b >> v, ios_base::failure);
+    EXPECT_EQ(v, 7);  // stored before the state was applied
+
+    zel::istringstream c("abc");
+    c.clear(ios_base::eofbit);
+    char ch = '?';
+    c >> ch;
+    EXPECT_EQ(ch, '?');
+    EXPECT_EQ(c.rdstate(), ios_base::eofbit | ios_base::failbit);
+    EXPECT_EQ(c.gcount(), 0);
+
+    zel::istream none(nullptr);
+    EXPECT_EQ(none.peek(), -1);
+    EXPECT_TRUE(none.bad() && none.fail());
+}
+
+// Arbitrary bytes into every extractor: no crash, a numeric target changes
+// only on success, and nothing is read beyond the input.
+TEST(IstreamState, ArbitraryBytesIntoEveryExtractor) {
+    std::mt19937_64 rng(99);
+    char const alphabet[] = "0123456789+-.eExXbB \t\n\xe9\xff\x80zZ#";
+    for (int run = 0; run < 3000; ++run) {
+        std::string input;
+        for (int n = int(rng() % 24); n > 0; --n)
+            input += alphabet[rng() % (sizeof alphabet - 1)];
+        if (rng() % 8 == 0)
+            input += char(rng());
+        zel::istringstream is(zel::string(input.data(), unsigned(input.size())));
+        is.flags(long(rng() & 0xF7FF));
+        int i = -5;
+        double d = -5;
+        unsigned long long u = 5;
+        bool b = true;
+        char word[32];
+        zel::string s;
+        is >> i;
+        if (is.fail()) {
+            EXPECT_EQ(i, -5) << input;
+        }
+        is.clear();
+        is >> d;
+        if (is.fail()) {
+            EXPECT_EQ(d, -5) << input;
+        }
+        is.clear();
+        is >> u >> b;
+        is.clear();
+        is.width(32);
+        is >> word;
+        is.clear();
+        is >> s;
+        is.clear();
+        is.getline(word, 32, zel::ctype_base::digit, true);
+        is.clear();
+        is.ignore(3);
+        is.clear();
+        EXPECT_LE(is.tellg(), std::int64_t(input.size()));
+    }
+}
+
+// A derived stream that treats '#' lines as white space before each
+// formatted extraction, by replacing the prefix step.
+class commented_istream : public zel::istringstream {
+public:
+    // The virtual base is built by the most derived class; the string
+    // stream points it at its own buffer whatever this passes.
+    explicit commented_istream(char const* s) : zel::ios(nullptr), zel::istringstream(s) {}
+
+protected:
+    bool do_ipfx(bool noskip) override {
+        if (!zel::istringstream::do_ipfx(noskip))
+            return false;
+        if (noskip)
+            return true;
+        zel::streambuf* b = rdbuf();
+        while (b->sgetc() == '#') {
+            while (b->sgetc() != '\n' && b->sgetc() != -1)
+                b->sbumpc();
+            // Skip the newline and the white space after it.
+            if (!zel::istringstream::do_ipfx(false))
+                return false;
+        }
+        return true;
+    }
+};
+
+TEST(IstreamDerived, AReplacedPrefixStepServesEveryExtractor) {
+    commented_istream is("# numbers\n1 2\n# a word\n  three # tail\n4");
+    int a = 0, b = 0, d = 0;
+    zel::string c;
+    is >> a >> b >> c >> d;
+    EXPECT_EQ(a, 1);
+    EXPECT_EQ(b, 2);
+    EXPECT_EQ(text(c), "three");
+    EXPECT_EQ(d, 4);
+    EXPECT_EQ(is.rdstate(), ios_base::eofbit);
+}
+
+TEST(IstreamWide, WordsNumbersAndClassDelimiters) {
+    zel::wistringstream is(zel::wstring(u"12 \u00e9t\u00e9 3.5 abc,def"));
+    int n = 0;
+    zel::wstring word;
+    double d = 0;
+    is >> n >> word >> d;
+    EXPECT_EQ(n, 12);
+    EXPECT_TRUE(word == zel::wstring(u"\u00e9t\u00e9"));
+    EXPECT_EQ(d, 3.5);
+    is >> zel::ws;
+    is.get(word, 100, zel::ctype_base::alpha, false);
+    EXPECT_TRUE(word == zel::wstring(u"abc"));
+    EXPECT_EQ(is.get(), u',');
+    unsigned short ch = 0;
+    is >> ch;
+    EXPECT_EQ(ch, u'd');
+    is.ignore(zel::wistream::no_limit);
+    EXPECT_EQ(is.get(), 0xFFFF);
+}
+
+} // namespace

@@ -1,0 +1,335 @@
+// Locale descriptors: every generated locale's snapshot against the C
+// library's own localeconv and classification, the registry's order,
+// growth and current descriptor, names beyond the 128-byte field, refused
+// names, and the character routines in a UTF-8 and an ISO-8859-1 locale,
+// also from two threads at once.
+#include <zel/ldx.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctype.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+// glibc's newlocale keeps a copy of the LOCPATH search list it builds for
+// each call and never frees it; the leak checker of the sanitizer builds is
+// told so here (the hook is only consulted when the checker runs).
+extern "C" char const* __lsan_default_suppressions();
+extern "C" char const* __lsan_default_suppressions() {
+    return "leak:__argz_add_sep\nleak:__argz_create_sep\n";
+}
+
+namespace {
+
+using zel::ldx_manager;
+using zel::locale_descriptor;
+
+// The tests' locales live in the build tree; ctest sets LOCPATH, and a run
+// of the test program by hand gets the same from here.
+struct locpath_setter {
+    locpath_setter() { setenv("LOCPATH", ZEL_TEST_LOCPATH, 0); }
+} const locpath;
+
+char const* const generated[] = {"de_DE.ISO-8859-1", "de_DE.UTF-8", "nl_NL.ISO-8859-1",
+                                  "en_US.UTF-8"};
+
+// The descriptor of a generated locale, all categories.
+locale_descriptor const* named(char const* name) {
+    return ldx_manager::install(name, 0);
+}
+
+#define REQUIRE_LOCALE(d, name)                                                  \
+    locale_descriptor const* d = named(name);                                    \
+    if (d == nullptr)                                                            \
+    GTEST_SKIP() << name << " was not generated (localedef missing?)"
+
+// Restores the C library's global locale after a test switched it.
+class global_locale_guard {
+public:
+    global_locale_guard() : saved_(std::setlocale(LC_ALL, nullptr)) {}
+    ~global_locale_guard() { std::setlocale(LC_ALL, saved_.c_str()); }
+
+private:
+    std::string saved_;
+};
+
+TEST(LdxSnapshot, MatchesTheCLibraryForEveryGeneratedLocale) {
+    std::vector<char const*> names{"C"};
+    names.insert(names.end(), std::begin(generated), std::end(generated));
+    global_locale_guard restore;
+    for (char const* name : names) {
+        SCOPED_TRACE(name);
+        REQUIRE_LOCALE(d, name);
+        ASSERT_NE(std::setlocale(LC_ALL, name), nullptr);
+        std::lconv const* lc = std::localeconv();
+        EXPECT_STREQ(d->name, name);
+        EXPECT_STREQ(ldx_manager::full_name(d), name);
+        EXPECT_STREQ(d->decimal_point, lc->decimal_point);
+        EXPECT_STREQ(d->thousands_sep, lc->thousands_sep);
+        EXPECT_STREQ(d->grouping, lc->grouping);
+        EXPECT_STREQ(d->int_curr_symbol, lc->int_curr_symbol);
+        EXPECT_STREQ(d->mon_decimal_point, lc->mon_decimal_point);
+        EXPECT_STREQ(d->mon_thousands_sep, lc->mon_thousands_sep);
+        EXPECT_STREQ(d->positive_sign, lc->positive_sign);
+        EXPECT_STREQ(d->negative_sign, lc->negative_sign);
+        EXPECT_EQ(d->frac_digits, lc->frac_digits);
+        EXPECT_EQ(d->p_cs_precedes, lc->p_cs_precedes);
+        EXPECT_EQ(d->n_sep_by_space, d->p_sep_by_space);  // kept copy
+        EXPECT_EQ(d->n_sign_posn, lc->n_sign_posn);
+        char const zeros[4] = {};
+        EXPECT_EQ(std::memcmp(d->unused, zeros, 4), 0);
+        for (int c = 0; c < 256; ++c) {
+            unsigned m = d->class_table[c];
+            ASSERT_EQ((m & 0x01) != 0, iscntrl(c) != 0) << c;
+            ASSERT_EQ((m & 0x02) != 0, isdigit(c) != 0) << c;
+            ASSERT_EQ((m & 0x04) != 0, islower(c) != 0) << c;
+            ASSERT_EQ((m & 0x08) != 0, isprint(c) != 0) << c;
+            ASSERT_EQ((m & 0x10) != 0, ispunct(c) != 0) << c;
+            ASSERT_EQ((m & 0x20) != 0, isspace(c) != 0) << c;
+            ASSERT_EQ((m & 0x40) != 0, isupper(c) != 0) << c;
+            ASSERT_EQ((m & 0x80) != 0, isxdigit(c) != 0) << c;
+            ASSERT_EQ(d->lower_table[c], static_cast<unsigned char>(tolower(c))) << c;
+            ASSERT_EQ(d->upper_table[c], static_cast<unsigned char>(toupper(c))) << c;
+        }
+    }
+}
+
+TEST(LdxSnapshot, LocalesDifferWhereTheyShould) {
+    REQUIRE_LOCALE(latin, "de_DE.ISO-8859-1");
+    REQUIRE_LOCALE(utf8, "de_DE.UTF-8");
+    locale_descriptor const* c = ldx_manager::C();
+    EXPECT_STREQ(c->decimal_point, ".");
+    EXPECT_STREQ(latin->decimal_point, ",");
+    EXPECT_EQ(latin->upper_table[0xE9], 0xC9);  // é -> É in Latin-1
+    EXPECT_NE(latin->class_table[0xE9] & locale_descriptor::lower, 0);
+    EXPECT_EQ(utf8->upper_table[0xE9], 0xE9);   // no single-byte letter in UTF-8
+    EXPECT_EQ(c->class_table[0xE9], 0);
+}
+
+TEST(LdxRegistry, OrderFindAndCurrent) {
+    locale_descriptor const* c = ldx_manager::C();
+    EXPECT_EQ(ldx_manager::at(0), c);
+    EXPECT_STREQ(c->name, "C");
+    EXPECT_EQ(ldx_manager::find("C"), c);
+    ASSERT_NE(ldx_manager::current(), nullptr);
+
+    REQUIRE_LOCALE(d, "nl_NL.ISO-8859-1");
+    unsigned const size = ldx_manager::size();
+    EXPECT_EQ(named("nl_NL.ISO-8859-1"), d);  // same name, same descriptor
+    EXPECT_EQ(ldx_manager::size(), size);
+    EXPECT_EQ(ldx_manager::find("nl_NL.ISO-8859-1"), d);
+    bool listed = false;
+    for (unsigned i = 1; i < size; ++i)
+        listed = listed || ldx_manager::at(i) == d;
+    EXPECT_TRUE(listed);
+    EXPECT_EQ(ldx_manager::at(size), nullptr);
+
+    global_locale_guard restore;
+    locale_descriptor const* before = ldx_manager::current();
+    {
+        zel::ldx_lock lock(d);
+        EXPECT_EQ(ldx_manager::current(), d);
+        EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "nl_NL.ISO-8859-1");
+    }
+    EXPECT_EQ(ldx_manager::current(), before);
+    EXPECT_EQ(ldx_manager::current(d), d);
+    EXPECT_EQ(ldx_manager::current(), d);
+    locale_descriptor foreign{};
+    EXPECT_EQ(ldx_manager::current(&foreign), nullptr);
+    EXPECT_EQ(ldx_manager::current(nullptr), nullptr);
+    EXPECT_EQ(ldx_manager::current(), d);
+    ldx_manager::current(before);
+}
+
+TEST(LdxRegistry, RefusedNamesLeaveItUnchanged) {
+    unsigned const size = ldx_manager::size();
+    locale_descriptor const* curr = ldx_manager::current();
+    std::string const global = std::setlocale(LC_ALL, nullptr);
+    for (int category : {0, 2, 4, 0x800, 0x1F00}) {
+        EXPECT_EQ(ldx_manager::install("xx_YY.no-such-locale", category), nullptr);
+        EXPECT_EQ(ldx_manager::current("xx_YY.no-such-locale", category), nullptr);
+        EXPECT_FALSE(ldx_manager::supports("xx_YY.no-such-locale", category));
+    }
+    EXPECT_EQ(ldx_manager::install(nullptr, 0), nullptr);
+    EXPECT_EQ(ldx_manager::install("C", 77), nullptr);  // no such category
+    EXPECT_EQ(ldx_manager::find("xx_YY.no-such-locale"), nullptr);
+    EXPECT_EQ(ldx_manager::size(), size);
+    EXPECT_EQ(ldx_manager::current(), curr);
+    EXPECT_EQ(global, std::setlocale(LC_ALL, nullptr));
+    EXPECT_TRUE(ldx_manager::supports("C", 4));
+}
+
+TEST(LdxRegistry, CompositeNamesBeyondTheNameField) {
+    REQUIRE_LOCALE(d, "de_DE.UTF-8");
+    global_locale_guard restore;
+    std::setlocale(LC_ALL, "C");
+    locale_descriptor const* ctype = ldx_manager::install("de_DE.UTF-8", 2);
+    ASSERT_NE(ctype, nullptr);
+    std::string const full = ldx_manager::full_name(ctype);
+    ASSERT_GT(full.size(), 127u);  // glibc: "LC_CTYPE=de_DE.UTF-8;LC_NUMERIC=C;..."
+    EXPECT_EQ(std::strlen(ctype->name), 127u);
+    EXPECT_EQ(full.compare(0, 127, ctype->name), 0);
+    EXPECT_STREQ(std::setlocale(LC_ALL, nullptr), "C");  // set back
+    EXPECT_STREQ(ctype->decimal_point, ".");             // numeric stayed "C"
+    EXPECT_EQ(ldx_manager::install("de_DE.UTF-8", 0x200), ctype);  // the same composite
+
+    // Making it current switches by the full name, not the cut field.
+    EXPECT_EQ(ldx_manager::current(ctype), ctype);
+    EXPECT_EQ(full, std::setlocale(LC_ALL, nullptr));
+    ldx_manager::current(ldx_manager::C());
+}
+
+TEST(LdxRegistry, GrowsByThirtyTwo) {
+    REQUIRE_LOCALE(d, "de_DE.ISO-8859-1");
+    global_locale_guard restore;
+    std::setlocale(LC_ALL, "C");
+    unsigned const cap = ldx_manager::capacity();
+    EXPECT_EQ(cap % 32, 0u);
+    // Distinct composites: every non-empty set of categories from each of
+    // the generated locales (4 x 31 names).
+    for (char const* name : generated)
+        for (int bits = 1; bits < 32 && ldx_manager::size() <= cap; ++bits)
+            ASSERT_NE(ldx_manager::install(name, bits << 8), nullptr) << name << bits;
+    ASSERT_GT(ldx_manager::size(), cap);
+    EXPECT_EQ(ldx_manager::capacity(), cap + 32);
+    EXPECT_EQ(ldx_manager::at(0), ldx_manager::C());
+}
+
+// ---- Character routines ----------------------------------------------------
+
+std::string contents(std::FILE* f) {
+    std::rewind(f);
+    std::string s;
+    for (int c; (c = std::fgetc(f)) != EOF;)
+        s += static_cast<char>(c);
+    std::rewind(f);
+    return s;
+}
+
+struct wide_case {
+    char const* locale;
+    unsigned short c;
+    char const* bytes;  // null: not representable
+};
+
+wide_case const wide_cases[] = {
+    {"de_DE.UTF-8", 0x41, "A"},
+    {"de_DE.UTF-8", 0xE9, "\xC3\xA9"},
+    {"de_DE.UTF-8", 0x20AC, "\xE2\x82\xAC"},
+    {"de_DE.UTF-8", 0xFFFD, "\xEF\xBF\xBD"},
+    {"de_DE.ISO-8859-1", 0xE9, "\xE9"},
+    {"de_DE.ISO-8859-1", 0xFF, "\xFF"},
+    {"de_DE.ISO-8859-1", 0x20AC, nullptr},
+    {"C", 0x41, "A"},
+};
+
+TEST(LdxWide, WriteReadAndPushBack) {
+    for (wide_case const& w : wide_cases) {
+        SCOPED_TRACE(std::string(w.locale) + " " + std::to_string(w.c));
+        REQUIRE_LOCALE(d, w.locale);
+        std::FILE* f = std::tmpfile();
+        ASSERT_NE(f, nullptr);
+        EXPECT_EQ(zel::xputc(w.c, f, d), w.bytes != nullptr);
+        if (w.bytes != nullptr) {
+            EXPECT_EQ(contents(f), w.bytes);
+            unsigned short r = 0;
+            ASSERT_TRUE(zel::xgetc(r, f, d));
+            EXPECT_EQ(r, w.c);
+            EXPECT_FALSE(zel::xgetc(r, f, d));  // end of file
+            std::clearerr(f);
+            EXPECT_TRUE(zel::xungetc(w.c, f, d));
+            r = 0;
+            ASSERT_TRUE(zel::xgetc(r, f, d));
+            EXPECT_EQ(r, w.c);
+        } else {
+            EXPECT_EQ(contents(f), "");
+            EXPECT_FALSE(zel::xungetc(w.c, f, d));
+        }
+        std::fclose(f);
+    }
+}
+
+TEST(LdxWide, KeptCasesAndBadInput) {
+    REQUIRE_LOCALE(utf8, "de_DE.UTF-8");
+    REQUIRE_LOCALE(latin, "de_DE.ISO-8859-1");
+    std::FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    EXPECT_TRUE(zel::xputc(static_cast<unsigned short>(0), f, utf8));  // writes nothing
+    EXPECT_EQ(contents(f), "");
+
+    // A lone byte is its own value in Latin-1; in UTF-8 the truncated or
+    // broken sequence fails.
+    std::fputs("\xE9", f);
+    std::rewind(f);
+    unsigned short c = 0;
+    EXPECT_TRUE(zel::xgetc(c, f, latin));
+    EXPECT_EQ(c, 0xE9);
+    std::rewind(f);
+    EXPECT_FALSE(zel::xgetc(c, f, utf8));
+    std::fclose(f);
+
+    f = std::tmpfile();
+    std::fputs("\xC3(\x80", f);
+    std::rewind(f);
+    EXPECT_FALSE(zel::xgetc(c, f, utf8));  // lead byte, then no continuation
+    EXPECT_FALSE(zel::xgetc(c, f, utf8) && c == 0x80);
+    std::fclose(f);
+
+    EXPECT_FALSE(zel::xgetc(c, nullptr, utf8));
+    EXPECT_FALSE(zel::xputc(static_cast<unsigned short>('a'), nullptr, utf8));
+}
+
+TEST(LdxNarrow, BytesPassUnchanged) {
+    std::FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
+    for (char c : {'a', '\xE9', '\0'})
+        EXPECT_TRUE(zel::xputc(c, f, nullptr));
+    EXPECT_EQ(contents(f), std::string("a\xE9\0", 3));
+    char c = 0;
+    EXPECT_TRUE(zel::xgetc(c, f, nullptr));
+    EXPECT_EQ(c, 'a');
+    EXPECT_TRUE(zel::xungetc('z', f, nullptr));
+    EXPECT_TRUE(zel::xgetc(c, f, nullptr));
+    EXPECT_EQ(c, 'z');
+    EXPECT_TRUE(zel::xgetc(c, f, nullptr));
+    EXPECT_TRUE(zel::xgetc(c, f, nullptr));
+    EXPECT_FALSE(zel::xgetc(c, f, nullptr));
+    std::fclose(f);
+}
+
+// Two threads convert through different descriptors at once, while the
+// main thread switches the process locale: each gets its own bytes.
+TEST(LdxWide, ThreadsWithDifferentLocales) {
+    REQUIRE_LOCALE(utf8, "de_DE.UTF-8");
+    REQUIRE_LOCALE(latin, "de_DE.ISO-8859-1");
+    auto worker = [](locale_descriptor const* d, std::string expected, bool* ok) {
+        *ok = true;
+        for (int i = 0; i < 200 && *ok; ++i) {
+            std::FILE* f = std::tmpfile();
+            *ok = f != nullptr && zel::xputc(static_cast<unsigned short>(0xE9), f, d) &&
+                  contents(f) == expected;
+            unsigned short c = 0;
+            *ok = *ok && zel::xgetc(c, f, d) && c == 0xE9;
+            if (f != nullptr)
+                std::fclose(f);
+        }
+    };
+    bool ok1 = false, ok2 = false;
+    std::thread t1(worker, utf8, "\xC3\xA9", &ok1);
+    std::thread t2(worker, latin, "\xE9", &ok2);
+    locale_descriptor const* before = ldx_manager::current();
+    for (int i = 0; i < 50; ++i)
+        ldx_manager::current(i % 2 != 0 ? utf8 : latin);
+    ldx_manager::current(before);
+    t1.join();
+    t2.join();
+    EXPECT_TRUE(ok1);
+    EXPECT_TRUE(ok2);
+}
+
+} // namespace

@@ -1,0 +1,352 @@
+// Formatted output: every arithmetic type in every radix and adjustment
+// against the library's number engines and, where the two agree by design,
+// snprintf; text padding; the state rules of the prefix and suffix steps
+// (tie, unitbuf, eofbit, failing buffers, exceptions masks); unformatted
+// writes, the buffer copy and seeking.
+#include <zel/ostream.h>
+#include <zel/sstream.h>
+
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+#include <gtest/gtest.h>
+
+// The snprintf comparisons take their formats from tables.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace {
+
+using zel::ios_base;
+
+std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
+
+// What the number engines write for a value: the facet's rules (radix 0
+// writes decimal; outside radix 10 a signed value is its unsigned partner).
+struct engine_out {
+    std::string s;
+    static void put(void* c, char const* t, unsigned n) { static_cast<engine_out*>(c)->s.append(t, n); }
+    static void fill(void* c, void const* f, unsigned n) {
+        static_cast<engine_out*>(c)->s.append(n, *static_cast<char const*>(f));
+    }
+};
+
+template <class T>
+std::string by_engine(T v, long flags, unsigned width, char fill) {
+    engine_out o;
+    unsigned radix = zel::ios_flags::radix_of(flags);
+    if (radix == 0)
+        radix = 10;
+    if constexpr (std::is_floating_point_v<T>) {
+        zel::insert(engine_out::put, &o, engine_out::fill, &fill, static_cast<double>(v), width, 6,
+                    flags, '.');
+    } else if constexpr (std::is_signed_v<T>) {
+        if (radix == 10)
+            zel::insert(engine_out::put, &o, engine_out::fill, &fill, std::int64_t(v), radix, width,
+                        flags);
+        else
+            zel::insert(engine_out::put, &o, engine_out::fill, &fill,
+                        std::uint64_t(std::make_unsigned_t<T>(v)), radix, width, flags);
+    } else {
+        zel::insert(engine_out::put, &o, engine_out::fill, &fill, std::uint64_t(v), radix, width,
+                    flags);
+    }
+    return o.s;
+}
+
+template <class T>
+std::string by_stream(T v, long flags, unsigned width, char fill) {
+    zel::ostringstream os;
+    os.flags(flags);
+    os.width(long(width));
+    os.fill(fill);
+    os << v;
+    EXPECT_EQ(os.width(), 0);
+    EXPECT_TRUE(os.good());
+    return text(os.str());
+}
+
+long const radixes[] = {0, ios_base::bin, ios_base::oct, ios_base::dec, ios_base::hex};
+long const adjustments[] = {0, ios_base::right, ios_base::left, ios_base::internal};
+
+template <class T>
+T random_value(std::mt19937_64& rng) {
+    if constexpr (std::is_floating_point_v<T>) {
+        std::uniform_real_distribution<double> mant(-1.0, 1.0);
+        std::uniform_int_distribution<int> exp(-30, 30);
+        return T(std::ldexp(mant(rng), exp(rng)));
+    } else {
+        std::uint64_t bits = rng();
+        bits >>= rng() % 64;  // small values as often as large ones
+        return T(bits);
+    }
+}
+
+template <class T>
+void integers_against_engine(std::mt19937_64& rng) {
+    T const fixed_values[] = {T(0), T(1), std::numeric_limits<T>::min(), std::numeric_limits<T>::max()};
+    for (int i = 0; i < 60; ++i) {
+        T const v = i < 4 ? fixed_values[i] : random_value<T>(rng);
+        for (long radix : radixes)
+            for (long adjust : adjustments) {
+                long const flags = radix | adjust | long(rng() & 0x38);  // showbase, showpos, uppercase
+                unsigned const width = unsigned(rng() % 24);
+                EXPECT_EQ(by_stream(v, flags, width, '*'), by_engine(v, flags, width, '*'))
+                    << "value " << +v << " flags " << std::hex << flags << " width " << width;
+            }
+    }
+}
+
+TEST(OstreamNumbers, EveryIntegerTypeRadixAndAdjustmentAsTheEngineWrites) {
+    std::mt19937_64 rng(13);
+    integers_against_engine<short>(rng);
+    integers_against_engine<unsigned short>(rng);
+    integers_against_engine<int>(rng);
+    integers_against_engine<unsigned>(rng);
+    integers_against_engine<long>(rng);
+    integers_against_engine<unsigned long>(rng);
+    integers_against_engine<long long>(rng);
+    integers_against_engine<unsigned long long>(rng);
+}
+
+TEST(OstreamNumbers, IntegersAgreeWithSnprintfWhereTheFormatsMeet) {
+    std::mt19937_64 rng(7);
+    struct form {
+        long flags;
+        char const* format;  // with the width as '*'
+        bool is_signed;
+    } const forms[] = {
+        {ios_base::dec, "%*lld", true},
+        {ios_base::dec | ios_base::left, "%-*lld", true},
+        {ios_base::dec | ios_base::showpos, "%+*lld", true},
+        {ios_base::hex, "%*llx", false},
+        {ios_base::hex | ios_base::uppercase | ios_base::left, "%-*llX", false},
+        {ios_base::oct | ios_base::right, "%*llo", false},
+    };
+    char buf[128];
+    for (int i = 0; i < 300; ++i) {
+        long long const v = random_value<long long>(rng);
+        int const width = int(rng() % 30);
+        for (form const& f : forms) {
+            if (f.is_signed)
+                std::snprintf(buf, sizeof buf, f.format, width, v);
+            else
+                std::snprintf(buf, sizeof buf, f.format, width, static_cast<unsigned long long>(v));
+            std::string const got = f.is_signed ? by_stream(v, f.flags, unsigned(width), ' ')
+                                                : by_stream(static_cast<unsigned long long>(v), f.flags,
+                                                            unsigned(width), ' ');
+            EXPECT_EQ(got, buf) << f.format << " " << v;
+        }
+        // internal with a fill of '0' is C's zero padding.
+        std::snprintf(buf, sizeof buf, "%0*lld", width, v);
+        EXPECT_EQ(by_stream(v, ios_base::dec | ios_base::internal, unsigned(width), '0'), buf);
+    }
+}
+
+TEST(OstreamNumbers, FloatingPointAgreesWithSnprintfAndTheEngine) {
+    std::mt19937_64 rng(11);
+    struct form {
+        long flags;
+        char const* format;
+    } const forms[] = {
+        {0, "%*.*g"},
+        {ios_base::fixed, "%*.*f"},
+        {ios_base::scientific, "%*.*e"},
+        {ios_base::scientific | ios_base::uppercase | ios_base::left, "%-*.*E"},
+        {ios_base::showpos | ios_base::showpoint, "%+#*.*g"},
+        {ios_base::fixed | ios_base::internal, "%0*.*f"},
+    };
+    char buf[256];
+    for (int i = 0; i < 300; ++i) {
+        double const v = random_value<double>(rng);
+        int const width = int(rng() % 30);
+        int const precision = int(rng() % 18);
+        for (form const& f : forms) {
+            std::snprintf(buf, sizeof buf, f.format, width, precision, v);
+            zel::ostringstream os;
+            os.flags(f.flags | ios_base::dec);
+            os.precision(precision);
+            os.fill((f.flags & ios_base::internal) ? '0' : ' ');
+            os << zel::setw(width) << v;
+            EXPECT_EQ(text(os.str()), buf) << f.format << " " << v;
+        }
+        float const fv = float(v);
+        long double const lv = v;
+        EXPECT_EQ(by_stream(fv, ios_base::dec, 12, '*'), by_engine(fv, ios_base::dec, 12, '*'));
+        EXPECT_EQ(by_stream(lv, ios_base::dec | ios_base::left, 12, '*'),
+                  by_engine(lv, ios_base::dec | ios_base::left, 12, '*'));
+    }
+}
+
+TEST(OstreamNumbers, BooleansPointersAndTheDocumentedCases) {
+    zel::ostringstream os;
+    os << true << ' ' << false << ' ' << zel::boolalpha << zel::setw(6) << true << '|'
+       << zel::left << zel::setw(7) << false << '|';
+    EXPECT_EQ(text(os.str()), "1 0   true|false  |");
+
+    zel::ostringstream hex;
+    hex << zel::hex << -1 << ' ' << short(-1) << ' ' << zel::oct << 8 << ' ' << zel::bin << 5;
+    EXPECT_EQ(text(hex.str()), "ffffffff ffff 10 101");
+
+    // Pointers are written in radix 16 whatever the radix flags say.
+    int object = 0;
+    void const* p = &object;
+    zel::ostringstream a, b;
+    a << zel::dec << p;
+    b << zel::bin << p;
+    char expect[64];
+    std::snprintf(expect, sizeof expect, "%" PRIxPTR, reinterpret_cast<std::uintptr_t>(p));
+    EXPECT_EQ(text(a.str()), expect);
+    EXPECT_EQ(text(b.str()), expect);
+}
+
+TEST(OstreamText, PaddingAndAdjustment) {
+    struct row {
+        long width;
+        long adjust;
+        char const* value;  // null: a null pointer
+        char const* expect;
+    } const rows[] = {
+        {5, 0, "ab", "***ab"},        {5, ios_base::right, "ab", "***ab"},
+        {5, ios_base::left, "ab", "ab***"}, {5, ios_base::internal, "ab", "***ab"},
+        {2, 0, nullptr, "**"},        {2, 0, "abcd", "abcd"},
+        {0, 0, "", ""},
+    };
+    for (row const& r : rows) {
+        zel::ostringstream os;
+        os.fill('*');
+        os.setf(r.adjust, ios_base::adjustfield);
+        os.width(r.width);
+        os << r.value << "|";
+        EXPECT_EQ(text(os.str()), std::string(r.expect) + "|") << r.width << " " << r.adjust;
+    }
+    zel::ostringstream os;
+    os.fill('.');
+    os << zel::setw(3) << 'x' << zel::setw(3) << zel::string("yz") << zel::setw(2)
+       << static_cast<unsigned char>('u') << zel::setw(2) << static_cast<signed char const*>(nullptr);
+    EXPECT_EQ(text(os.str()), "..x.yz.u..");
+}
+
+TEST(OstreamText, WideStreamsWriteTheSameCharacters) {
+    zel::wostringstream ws;
+    ws.fill(u'*');
+    ws << zel::setw(6) << zel::hex << zel::showbase << 255 << zel::setw(4)
+       << reinterpret_cast<unsigned short const*>(u"ab") << static_cast<unsigned short>(u'!');
+    zel::wstring expect(u"**0xff**ab!");
+    EXPECT_TRUE(ws.str() == expect);
+    zel::wostringstream d;
+    d << 1.5 << static_cast<unsigned short>(u' ') << -7LL << ' ' << zel::setw(5) << "n\xe9";
+    EXPECT_TRUE(d.str() == zel::wstring(u"1.5 -7    n\u00e9"));
+}
+
+// A buffer that counts syncs and can refuse or throw on writing.
+struct probe_buf : zel::streambuf {
+    enum mode { accept, refuse, raise } how = accept;
+    std::string out;
+    int syncs = 0;
+
+protected:
+    int overflow(int c) override {
+        if (how == refuse)
+            return eof();
+        if (how == raise)
+            throw std::runtime_error("probe");
+        out += char(c);
+        return c;
+    }
+    int sync() override {
+        ++syncs;
+        return 0;
+    }
+};
+
+TEST(OstreamState, PrefixSuffixTieAndUnitbuf) {
+    probe_buf tied_buf;
+    zel::ostream tied(&tied_buf);
+    probe_buf buf;
+    zel::ostream os(&buf);
+    os.tie(&tied);
+    os << 1 << "a";
+    EXPECT_EQ(tied_buf.syncs, 2);  // each operation flushes the tie first
+    EXPECT_EQ(buf.syncs, 0);
+    os << zel::unitbuf << 2 << 'b';
+    EXPECT_EQ(buf.syncs, 2);
+    os << zel::nounitbuf << zel::ends;
+    EXPECT_EQ(buf.syncs, 3);
+    EXPECT_EQ(buf.out, std::string("1a2b\0", 5));
+
+    // eofbit alone stops text but not numbers; failbit stops everything.
+    probe_buf b2;
+    zel::ostream s2(&b2);
+    s2.clear(ios_base::eofbit);
+    s2 << "text" << 42 << 'c';
+    s2.clear(ios_base::failbit);
+    s2 << 7 << zel::endl;
+    EXPECT_EQ(b2.out, "42");
+    EXPECT_EQ(b2.syncs, 0);
+}
+
+TEST(OstreamState, FailingBuffersSetBitsAndExceptionsMasksThrow) {
+    probe_buf buf;
+    buf.how = probe_buf::refuse;
+    zel::ostream os(&buf);
+    os << "abc";
+    EXPECT_EQ(os.rdstate(), ios_base::badbit);
+    os.clear();
+    os << 12;
+    EXPECT_EQ(os.rdstate(), ios_base::badbit);  // the iterator failed
+
+    buf.how = probe_buf::raise;
+    os.clear();
+    os << "x";
+    EXPECT_EQ(os.rdstate(), ios_base::failbit);  // swallowed
+
+    buf.how = probe_buf::refuse;
+    os.clear();
+    os.exceptions(ios_base::badbit | ios_base::failbit);
+    try {
+        os << "abc";
+        FAIL() << "no exception";
+    } catch (ios_base::failure const& e) {
+        EXPECT_STREQ(e.what(), "ios_base failure bit(s) set [bad fail]");
+    }
+    EXPECT_EQ(os.rdstate(), ios_base::badbit);
+
+    zel::ostream none(nullptr);
+    EXPECT_TRUE(none.bad());
+    none << "x" << 1 << zel::flush;
+    EXPECT_EQ(none.tellp(), -1);
+}
+
+TEST(OstreamUnformatted, PutWriteBufferCopyAndSeeking) {
+    zel::ostringstream os;
+    os.width(5);
+    os.put('x', 3).write("abcd", 2).write(zel::string("yz"));
+    EXPECT_EQ(os.width(), 5);  // unformatted output leaves the width
+    EXPECT_EQ(text(os.str()), "xxxabyz");
+    EXPECT_EQ(os.tellp(), 7);
+    os.seekp(1);
+    os.width(0);
+    os << "Q";
+    EXPECT_EQ(os.tellp(), 2);
+    EXPECT_EQ(text(os.str()), "xQ");  // the buffer answers what lies before its put position
+
+    zel::istringstream source("copied text");
+    zel::ostringstream to;
+    to << source.rdbuf();
+    EXPECT_EQ(text(to.str()), "copied text");
+    EXPECT_TRUE(to.good());
+    to << source.rdbuf();  // nothing left
+    EXPECT_EQ(to.rdstate(), ios_base::failbit);
+    zel::ostringstream to_null;
+    to_null << static_cast<zel::streambuf*>(nullptr);
+    EXPECT_EQ(to_null.rdstate(), ios_base::failbit);
+}
+
+} // namespace

@@ -1,0 +1,470 @@
+// Stream buffers: the base operations over a plain area, xfopen's mode
+// table, the file buffer beside a model file (both character types), its
+// staging, opening and closing, and the string buffer's growth, seeks and
+// put-back rules.
+#include <zel/streambuf.h>
+
+#include <cstdio>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using zel::ios_base;
+
+// A scratch file name per test, removed afterwards.
+struct scratch {
+    std::string name;
+    explicit scratch(char const* tag)
+        : name(std::string(::testing::TempDir()) + "zel_streambuf_" + tag + "_" +
+               std::to_string(::getpid())) {}
+    ~scratch() { std::remove(name.c_str()); }
+    std::string read() const {
+        std::string s;
+        if (std::FILE* f = std::fopen(name.c_str(), "rb")) {
+            for (int c; (c = std::fgetc(f)) != EOF;)
+                s += char(c);
+            std::fclose(f);
+        }
+        return s;
+    }
+    void write(std::string const& s) const {
+        std::FILE* f = std::fopen(name.c_str(), "wb");
+        std::fputs(s.c_str(), f);
+        std::fclose(f);
+    }
+};
+
+// The base class over a caller's array, with the protected areas exposed.
+template <class C>
+struct plain_buf : zel::basic_streambuf<C> {
+    C data[16];
+    explicit plain_buf(char const* text) {
+        unsigned n = 0;
+        for (; text[n]; ++n)
+            data[n] = C(text[n]);
+        this->setg(data, data, data + n);
+        this->setp(data + n, data + 16);
+    }
+    using zel::basic_streambuf<C>::gptr;
+    using zel::basic_streambuf<C>::pptr;
+};
+
+template <class C>
+struct buffer_types : ::testing::Test {};
+
+// A string of either character type from a narrow text.
+template <class S>
+S text(char const* t) {
+    return S(t, t + std::strlen(t));
+}
+using char_types = ::testing::Types<char, unsigned short>;
+TYPED_TEST_SUITE(buffer_types, char_types, );
+
+TYPED_TEST(buffer_types, BaseOperations) {
+    using C = TypeParam;
+    int const eof = zel::basic_streambuf<C>::eof();
+    {
+        // sgetn stores n and consumes n + 1 when one more is there (kept).
+        plain_buf<C> b("abcd");
+        C out[4] = {};
+        EXPECT_EQ(b.sgetn(out, 3), 3);
+        EXPECT_EQ(out[0], C('a'));
+        EXPECT_EQ(out[2], C('c'));
+        EXPECT_EQ(b.sgetc(), eof);
+        EXPECT_EQ(b.in_avail(), 0);
+    }
+    plain_buf<C> b("xyz");
+    EXPECT_EQ(b.in_avail(), 3);
+    EXPECT_EQ(b.sbumpc(), 'x');
+    EXPECT_EQ(b.snextc(), 'z');
+    EXPECT_EQ(b.sputbackc(C('q')), eof);  // not the previous character: base pbackfail
+    EXPECT_EQ(b.sputbackc(C('y')), 'y');  // steps back and answers the character now at gptr
+    EXPECT_EQ(b.sgetc(), 'y');
+    EXPECT_EQ(b.sungetc(), 'x');
+    EXPECT_EQ(b.sungetc(), eof);  // at eback
+    EXPECT_EQ(b.out_waiting(), 0);
+    EXPECT_EQ(b.sputn(C('x'), 5), 5);  // five copies
+    C const text[] = {C('1'), C('2'), C('3'), C('4'), C('5'), C('6'), C('7'), C('8'), C('9')};
+    EXPECT_EQ(b.sputn(text, 9), 8);  // the area holds 13: the base overflow fails
+    EXPECT_EQ(b.out_waiting(), 13);
+    EXPECT_EQ(b.data[3], C('x'));
+    EXPECT_EQ(b.data[15], C('8'));
+    EXPECT_EQ(b.sputn(nullptr, 3), 0);
+}
+
+TEST(Xfopen, ModeTable) {
+    scratch f("modes");
+    constexpr long app = ios_base::app, bin = ios_base::binary, in = ios_base::in, out = ios_base::out,
+                   trunc = ios_base::trunc;
+    long const opens[] = {in, in | bin, out, out | app, out | bin, out | app | bin, in | out, in | out | bin,
+                          out | trunc, out | trunc | bin, in | out | trunc, in | out | trunc | bin};
+    for (long mode = 0; mode < 64; ++mode) {
+        f.write("seed");
+        bool expected = false;
+        for (long m : opens)
+            expected = expected || m == mode;
+        std::FILE* p = zel::xfopen(f.name.c_str(), mode);
+        EXPECT_EQ(p != nullptr, expected) << "mode " << mode;
+        if (p) {
+            bool const writes = (mode & out) != 0;
+            if (writes)
+                std::fputc('Z', p);
+            std::fclose(p);
+            // out truncates unless in or app keep the text; app appends.
+            std::string const now = f.read();
+            std::string const want = !writes ? "seed"
+                                     : (mode & app)                     ? "seedZ"
+                                     : (mode & in) && !(mode & trunc)   ? "Zeed"
+                                                                        : "Z";
+            EXPECT_EQ(now, want) << "mode " << mode;
+        }
+    }
+    EXPECT_EQ(zel::xfopen(nullptr, in), nullptr);
+}
+
+TYPED_TEST(buffer_types, FileStagingHoldsThirtyTwo) {
+    using C = TypeParam;
+    scratch f("staging");
+    zel::basic_filebuf<C> b;
+    ASSERT_EQ(b.open(f.name.c_str(), ios_base::out), &b);
+    for (int i = 0; i < 32; ++i)
+        b.sputc(C('a' + i % 26));
+    EXPECT_EQ(b.out_waiting(), 32);
+    EXPECT_EQ(f.read(), "");  // all held
+    EXPECT_EQ(b.sputc(C('!')), 0);  // the 33rd sends all 33 and flushes
+    EXPECT_EQ(b.out_waiting(), 0);
+    EXPECT_EQ(f.read().size(), 33u);
+    b.sputc(C('?'));
+    EXPECT_EQ(b.out_waiting(), 1);
+    EXPECT_EQ(b.pubsync(), 0);
+    EXPECT_EQ(f.read().size(), 34u);
+    EXPECT_EQ(b.close(), &b);
+    EXPECT_FALSE(b.is_open());
+    EXPECT_EQ(b.close(), nullptr);
+}
+
+TYPED_TEST(buffer_types, FileOpenFailureAndOwnership) {
+    using C = TypeParam;
+    zel::basic_filebuf<C> b;
+    int const eof = zel::basic_streambuf<C>::eof();
+    EXPECT_EQ(b.open("/nonexistent-dir/x", ios_base::out), nullptr);
+    EXPECT_FALSE(b.is_open());
+    EXPECT_EQ(b.open("/nonexistent-dir/x", ios_base::in | ios_base::ate), nullptr);
+    EXPECT_FALSE(b.is_open());
+    // A closed buffer reads and writes nothing and cannot seek or sync.
+    EXPECT_EQ(b.sgetc(), eof);
+    EXPECT_EQ(b.sputc(C('a')), eof);
+    EXPECT_EQ(b.pubseekoff(0, ios_base::beg), -1);
+    EXPECT_EQ(b.pubsync(), -1);
+    EXPECT_EQ(b.pubsetbuf(nullptr, 0), nullptr);
+
+    scratch f("borrowed");
+    std::FILE* raw = std::fopen(f.name.c_str(), "w+");
+    ASSERT_NE(raw, nullptr);
+    {
+        zel::basic_filebuf<C> borrowed(raw, false);
+        EXPECT_EQ(borrowed.open(f.name.c_str(), ios_base::in), nullptr);  // a file is attached
+        borrowed.sputc(C('k'));
+        EXPECT_EQ(borrowed.pubsync(), 0);
+        EXPECT_EQ(borrowed.close(), nullptr);  // not its own: left open
+        EXPECT_TRUE(borrowed.is_open());
+    }
+    EXPECT_EQ(std::fputc('m', raw), 'm');  // still usable
+    std::fclose(raw);
+    EXPECT_EQ(f.read(), "km");
+}
+
+// A seeded run of reads, writes, put-backs and seeks on an in|out file
+// buffer beside a model of the file's bytes and position.
+template <class C>
+void run_file_beside_model(unsigned seed) {
+    scratch f(sizeof(C) == 1 ? "model" : "wmodel");
+    zel::basic_filebuf<C> b;
+    ASSERT_EQ(b.open(f.name.c_str(), ios_base::in | ios_base::out | ios_base::trunc), &b);
+    int const eof = zel::basic_streambuf<C>::eof();
+    std::mt19937 rng(seed);
+    std::string model;
+    std::size_t pos = 0;
+    auto next_char = [&] { return char('a' + rng() % 26); };
+    // Put-back is tried only right after a read took a character: the
+    // buffer then steps back inside its get area. (pbackfail pushes through
+    // the C stream, which does not know about a staged character.)
+    bool just_read = false;
+    std::string log;  // the operations so far, for a failure message
+    auto tail = [&] { return log.substr(log.size() > 80 ? log.size() - 80 : 0); };
+    for (int step = 0; step < 3000; ++step) {
+        bool const may_put_back = just_read;
+        just_read = false;
+        switch (rng() % 8) {
+        case 0: case 1: {  // sputc
+            char const c = next_char();
+            log += 'p';
+            EXPECT_NE(b.sputc(C(c)), eof);
+            if (pos < model.size())
+                model[pos] = c;
+            else
+                model += c;
+            ++pos;
+            break;
+        }
+        case 2: {  // sputn of a run
+            C run[40];
+            std::size_t const n = rng() % 40;
+            for (std::size_t i = 0; i < n; ++i) {
+                char const c = next_char();
+                run[i] = C(c);
+                if (pos < model.size())
+                    model[pos] = c;
+                else
+                    model += c;
+                ++pos;
+            }
+            log += "n" + std::to_string(n);
+            EXPECT_EQ(b.sputn(run, long(n)), long(n));
+            break;
+        }
+        case 3: case 4: {  // sbumpc
+            int const want = pos < model.size() ? (unsigned char)model[pos++] : eof;
+            log += 'b';
+            ASSERT_EQ(b.sbumpc(), want) << "step " << step << " " << tail();
+            just_read = want != eof;
+            break;
+        }
+        case 5: {  // sgetc
+            int const want = pos < model.size() ? (unsigned char)model[pos] : eof;
+            log += 'g';
+            ASSERT_EQ(b.sgetc(), want) << "step " << step << " " << tail();
+            break;
+        }
+        case 6: {  // put back the character just before the position
+            if (may_put_back) {
+                log += 'u';
+                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof) << "step " << step << " " << tail();
+                --pos;
+            }
+            break;
+        }
+        case 7: {  // seek from the start, the current position or the end
+            long const target = long(rng() % (model.size() + 1));
+            int const dir = int(rng() % 3);
+            long const off = dir == 0 ? target : dir == 1 ? target - long(pos) : target - long(model.size());
+            log += "s" + std::to_string(dir) + ":" + std::to_string(off) + "/" + std::to_string(pos) + " ";
+            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "step " << step << " " << tail();
+            pos = std::size_t(target);
+            break;
+        }
+        }
+    }
+    EXPECT_EQ(b.pubseekpos(0), 0);
+    EXPECT_EQ(b.close(), &b);
+    EXPECT_EQ(f.read(), model);
+}
+
+TEST(Filebuf, BesideAModelNarrow) { run_file_beside_model<char>(20261123); }
+TEST(Filebuf, BesideAModelWide) { run_file_beside_model<unsigned short>(17); }
+
+// The wide file buffer converts with the descriptors of the locale it is
+// given: one character, one or two bytes.
+TEST(Filebuf, WideThroughNamedLocales) {
+    setenv("LOCPATH", ZEL_TEST_LOCPATH, 0);
+    struct row {
+        char const* name;
+        std::string bytes;
+    };
+    for (row const& r : {row{"de_DE.UTF-8", "\xC3\xA9x\xE2\x82\xAC"}, row{"de_DE.ISO-8859-1", "\xE9x"}}) {
+        if (!zel::ldx_manager::supports(r.name, 0))
+            GTEST_SKIP() << r.name << " was not generated (localedef missing?)";
+        zel::locale const loc(r.name);
+        bool const utf8 = r.bytes.size() > 3;
+        scratch f("wide");
+        zel::wfilebuf out;
+        out.pubimbue(loc);
+        ASSERT_EQ(out.open(f.name.c_str(), ios_base::out), &out);
+        out.sputc(0xE9);
+        out.sputc('x');
+        if (utf8)
+            out.sputc(0x20AC);
+        EXPECT_EQ(out.close(), &out);
+        EXPECT_EQ(f.read(), r.bytes) << r.name;
+        zel::wfilebuf in;
+        in.pubimbue(loc);
+        in.open(f.name.c_str(), ios_base::in);
+        EXPECT_EQ(in.sbumpc(), 0xE9);
+        EXPECT_EQ(in.sbumpc(), 'x');
+        EXPECT_EQ(in.sbumpc(), utf8 ? 0x20AC : 0xFFFF);
+    }
+}
+
+TYPED_TEST(buffer_types, StringReadWriteAndStr) {
+    using C = TypeParam;
+    using sb = zel::basic_stringbuf<C>;
+    using str = typename sb::string_type;
+    int const eof = zel::basic_streambuf<C>::eof();
+    {
+        sb io(text<str>("abc"), ios_base::in | ios_base::out);
+        EXPECT_EQ(io.sbumpc(), 'a');
+        EXPECT_EQ(io.sbumpc(), 'b');
+        EXPECT_EQ(io.sbumpc(), 'c');
+        EXPECT_EQ(io.sbumpc(), eof);
+        EXPECT_TRUE(io.str() == str());  // nothing written yet
+    }
+    {
+        sb io(text<str>("abc"), ios_base::in | ios_base::out);
+        EXPECT_EQ(io.sputc(C('Z')), 'Z');  // overwrites from the start
+        EXPECT_EQ(io.sbumpc(), 'Z');
+        EXPECT_EQ(io.sbumpc(), 'b');
+        EXPECT_EQ(io.sbumpc(), 'c');
+        EXPECT_TRUE(io.str() == text<str>("Z"));
+    }
+    {
+        sb in_only(text<str>("abc"), ios_base::in);
+        EXPECT_EQ(in_only.sputc(C('x')), eof);
+        EXPECT_TRUE(in_only.str() == text<str>("abc"));
+        sb out_only(text<str>("abc"), ios_base::out);
+        EXPECT_TRUE(out_only.str() == str());
+        EXPECT_EQ(out_only.sgetc(), eof);
+        out_only.str(text<str>("hello"));
+        C const he[] = {C('H'), C('E')};
+        EXPECT_EQ(out_only.sputn(he, 2), 2);
+        EXPECT_TRUE(out_only.str() == text<str>("HE"));
+    }
+    {
+        // The buffer keeps a private copy: the source string is not touched.
+        str const source = text<str>("xyz");
+        sb io(source, ios_base::in | ios_base::out);
+        io.sputc(C('Q'));
+        EXPECT_TRUE(source == text<str>("xyz"));
+    }
+}
+
+// 32 written and one more: the string holds 64 (33 written, 31 free).
+TYPED_TEST(buffer_types, StringGrowth) {
+    using C = TypeParam;
+    using sb = zel::basic_stringbuf<C>;
+    using str = typename sb::string_type;
+    struct probe : sb {
+        using sb::sb;
+        long room() const { return long(this->epptr() - this->pbase()); }
+    };
+    probe b(ios_base::out);
+    EXPECT_EQ(b.room(), 0);
+    std::string model;
+    for (int i = 0; i < 100; ++i) {
+        char const c = char('A' + i % 26);
+        ASSERT_EQ(b.sputc(C(c)), c);
+        model += c;
+        if (i == 0 || i == 31) {
+            EXPECT_EQ(b.room(), 32);
+        } else if (i == 32) {
+            EXPECT_EQ(b.room(), 64);
+        }
+    }
+    EXPECT_EQ(b.room(), 128);
+    str const got = b.str();
+    ASSERT_EQ(got.size(), 100u);
+    for (unsigned i = 0; i < 100; ++i)
+        EXPECT_EQ(got[i], C(model[i]));
+    // A wide 0xFFFF meeting a full area reads as end of file.
+    if constexpr (sizeof(C) == 2) {
+        probe w(text<str>("ab"), ios_base::out);
+        w.sputc(C('x'));
+        w.sputc(C('y'));
+        EXPECT_EQ(w.sputc(C(0xFFFF)), 0xFFFF);
+        EXPECT_EQ(w.room(), 2);  // not grown
+    }
+    // Written characters become readable.
+    sb io(ios_base::in | ios_base::out);
+    io.sputn(C('k'), 40);
+    long n = 0;
+    while (io.sbumpc() == 'k')
+        ++n;
+    EXPECT_EQ(n, 40);
+}
+
+TYPED_TEST(buffer_types, StringSeeks) {
+    using C = TypeParam;
+    using sb = zel::basic_stringbuf<C>;
+    using str = typename sb::string_type;
+    constexpr long in = ios_base::in, out = ios_base::out;
+    auto const beg = ios_base::beg, cur = ios_base::cur, end = ios_base::end;
+    struct row {
+        long off;
+        ios_base::seekdir dir;
+        long which;
+        zel::streampos result;
+    };
+    row const rows[] = {
+        {3, beg, in, -1},        {2, beg, in, 2},        {-1, end, in, 2},       {0, end, in, -1},
+        {3, beg, out, 3},        {4, beg, out, -1},      {0, end, out, 3},       {-4, end, out, -1},
+        {1, cur, in, 1},         {1, cur, out, 1},       {-1, beg, in, -1},      {0, cur, in | out, -1},
+        {1, beg, in | out, 1},   {-1, end, in | out, 2}, {0, beg, ios_base::app, -1},
+        {1, ios_base::seekdir(3), in, 1},  // an unknown origin counts from 0
+    };
+    for (row const& r : rows) {
+        sb b(text<str>("abc"), in | out);
+        EXPECT_EQ(b.pubseekoff(r.off, r.dir, r.which), r.result) << r.off << " " << r.dir << " " << r.which;
+    }
+    sb b(text<str>("abc"), in | out);
+    EXPECT_EQ(b.pubseekoff(2, beg, in | out), 2);
+    EXPECT_EQ(b.sgetc(), 'c');
+    b.sputc(C('X'));
+    EXPECT_TRUE(b.str() == text<str>("abX"));
+    EXPECT_EQ(b.pubseekpos(1, in), 1);
+    EXPECT_EQ(b.sgetc(), 'b');
+    EXPECT_EQ(b.pubseekpos(3, in | out), 3);  // the put result; the get seek failed
+    EXPECT_EQ(b.sgetc(), 'b');
+    EXPECT_EQ(b.pubseekpos((zel::streampos(1) << 32) + 1, out), 1);  // low 32 bits only
+    EXPECT_EQ(b.pubseekpos(0, 0), -1);
+    sb empty(in | out);
+    EXPECT_EQ(empty.pubseekoff(0, beg, in), -1);
+    EXPECT_EQ(empty.pubseekoff(0, beg, out), -1);
+}
+
+TYPED_TEST(buffer_types, StringPutBack) {
+    using C = TypeParam;
+    using sb = zel::basic_stringbuf<C>;
+    using str = typename sb::string_type;
+    struct probe : sb {
+        using sb::sb;
+        using sb::pbackfail;
+    };
+    int const eof = zel::basic_streambuf<C>::eof();
+    probe ro(text<str>("ab"), ios_base::in);
+    EXPECT_EQ(ro.sungetc(), eof);  // at the start
+    ro.sbumpc();
+    EXPECT_EQ(ro.sputbackc(C('z')), eof);  // differs, and no out
+    EXPECT_EQ(ro.sputbackc(C('a')), 'a');
+    probe rw(text<str>("ab"), ios_base::in | ios_base::out);
+    rw.sbumpc();
+    rw.sbumpc();
+    EXPECT_EQ(rw.sputbackc(C('z')), 'z');  // differs: stored
+    EXPECT_EQ(rw.sgetc(), 'z');
+    EXPECT_TRUE(rw.str() == str());  // the put area did not move
+    // Kept: a put-back of end of file moves back and still answers eof.
+    EXPECT_EQ(rw.pbackfail(eof), eof);
+    EXPECT_EQ(rw.sgetc(), 'a');
+    EXPECT_EQ(rw.pbackfail(eof), eof);  // at the start: nothing moves
+    if constexpr (sizeof(C) == 1) {
+        // Kept: a matching character answers through a signed char.
+        char const bytes[] = {'q', char(0xFF), char(0xE9), 0};
+        probe hi(text<str>(bytes), ios_base::in);
+        hi.pubseekoff(2, ios_base::beg, ios_base::in);
+        EXPECT_EQ(hi.pbackfail(0xFF), -1);
+        EXPECT_EQ(hi.sgetc(), 0xFF);
+        hi.pubseekoff(1, ios_base::beg, ios_base::in);
+        EXPECT_EQ(hi.pbackfail('q'), 'q');
+        EXPECT_EQ(hi.sbumpc(), 'q');
+    } else {
+        probe w(text<str>("ab"), ios_base::in);
+        w.sbumpc();
+        EXPECT_EQ(w.pbackfail('a'), 'a');  // the wide answer is the character
+    }
+}
+
+} // namespace
