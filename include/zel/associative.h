@@ -34,7 +34,8 @@
 //                                    must be adjacent in iteration order).
 //     Because C declares its own insert(), it must bring the shared forms in
 //     with `using associative_members<C, K>::insert;` (and ::assign when its
-//     engine base has an assign of its own).
+//     engine base has an assign of its own). The shared bases declare no
+//     member types, so C's key_type, value_type, ... are never ambiguous.
 #ifndef ZEL_ASSOCIATIVE_H
 #define ZEL_ASSOCIATIVE_H
 
@@ -163,15 +164,12 @@ struct associative_relations {
 // that throws leaves the elements inserted before it in the container.
 template <class C, class K>
 struct associative_members {
-    using key_type = typename K::key_type;
-    using value_type = typename K::value_type;
-
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     void insert(It first, It last) {
         for (; first != last; ++first)
-            self().insert(static_cast<value_type const&>(*first));
+            self().insert(static_cast<typename K::value_type const&>(*first));
     }
-    void insert(std::initializer_list<value_type> il) { insert(il.begin(), il.end()); }
+    void insert(std::initializer_list<typename K::value_type> il) { insert(il.begin(), il.end()); }
 
     // Replaces the contents; when a copy throws, what was inserted before it
     // stays.
@@ -180,9 +178,9 @@ struct associative_members {
         self().clear();
         insert(first, last);
     }
-    void assign(std::initializer_list<value_type> il) { assign(il.begin(), il.end()); }
+    void assign(std::initializer_list<typename K::value_type> il) { assign(il.begin(), il.end()); }
 
-    bool contains(key_type const& key) const { return cself().find(key) != cself().end(); }
+    bool contains(typename K::key_type const& key) const { return cself().find(key) != cself().end(); }
 
 private:
     C& self() noexcept { return static_cast<C&>(*this); }
@@ -194,23 +192,19 @@ private:
 // line) when it is absent.
 template <class C, class K>
 struct map_members {
-    using key_type = typename K::key_type;
-    using mapped_type = typename K::mapped_type;
-    using value_type = typename K::value_type;
-
-    mapped_type& operator[](key_type const& key) {
+    typename K::mapped_type& operator[](typename K::key_type const& key) {
         auto it = self().find(key);
         if (it == self().end())
-            it = position(self().insert(value_type(key, mapped_type())));
+            it = position(self().insert(typename K::value_type(key, typename K::mapped_type())));
         return it->second;
     }
-    mapped_type& at(key_type const& key) {
+    typename K::mapped_type& at(typename K::key_type const& key) {
         auto it = self().find(key);
         if (it == self().end())
             throw out_of_range("key not found");
         return it->second;
     }
-    mapped_type const& at(key_type const& key) const {
+    typename K::mapped_type const& at(typename K::key_type const& key) const {
         auto it = static_cast<C const&>(*this).find(key);
         if (it == static_cast<C const&>(*this).end())
             throw out_of_range("key not found");
