@@ -2,6 +2,7 @@
 #ifndef ZEL_ZEL_H
 #define ZEL_ZEL_H
 
+#include <zel/associative.h>
 #include <zel/bitset.h>
 #include <zel/callback.h>
 #include <zel/char_traits.h>
@@ -13,15 +14,19 @@
 #include <zel/guards.h>
 #include <zel/ios_flags.h>
 #include <zel/list.h>
+#include <zel/map.h>
 #include <zel/memory.h>
 #include <zel/monitor.h>
 #include <zel/numconv.h>
+#include <zel/rbtree.h>
 #include <zel/regex.h>
 #include <zel/sequence.h>
+#include <zel/set.h>
 #include <zel/stopwatch.h>
 #include <zel/string.h>
 #include <zel/string_engine.h>
 #include <zel/thread.h>
+#include <zel/tree.h>
 #include <zel/vector.h>
 
 #endif
