@@ -12,6 +12,9 @@
 #include <zel/exception.h>
 #include <zel/fspool.h>
 #include <zel/guards.h>
+#include <zel/hash.h>
+#include <zel/hash_map.h>
+#include <zel/hash_set.h>
 #include <zel/ios_flags.h>
 #include <zel/list.h>
 #include <zel/map.h>
