@@ -33,9 +33,10 @@
 //       equal_range(key)            (unordered relations only: equal keys
 //                                    must be adjacent in iteration order).
 //     Because C declares its own insert(), it must bring the shared forms in
-//     with `using associative_members<C, K>::insert;` (and ::assign when its
-//     engine base has an assign of its own). The shared bases declare no
-//     member types, so C's key_type, value_type, ... are never ambiguous.
+//     with `using associative_members<C, K>::insert;` (and ::assign and
+//     ::contains when its engine base has members of those names). The
+//     shared bases declare no member types, so C's key_type, value_type, ...
+//     are never ambiguous.
 #ifndef ZEL_ASSOCIATIVE_H
 #define ZEL_ASSOCIATIVE_H
 

@@ -385,8 +385,9 @@ public:
             check_cursors({hint.owner(), hint.get()}, {this, nil_link()}, __LINE__);
         return position(insert(value));
     }
-    using members::insert;
     using members::assign;
+    using members::contains;
+    using members::insert;
     template <class... Args>
     insert_result emplace(Args&&... args) {
         return insert(value_type(std::forward<Args>(args)...));
