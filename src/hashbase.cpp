@@ -666,8 +666,6 @@ std::uint32_t hash4(C const* s) {
 
 unsigned char const* pearson_table() { return table(); }
 
-unsigned string_hash(char const* s) noexcept { return hash2(s); }
-unsigned string_hash(unsigned short const* s) noexcept { return hash2(s); }
 
 unsigned char_hash1::hash(char const* const& s) const { return hash1(s); }
 unsigned char_hash2::hash(char const* const& s) const { return hash2(s); }

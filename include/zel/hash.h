@@ -314,16 +314,36 @@ ZEL_STRING_HASH(wchar_hash5, unsigned short);
 // The permutation of hashes 3 and 4 (built by this call if not yet).
 ZEL_API unsigned char const* pearson_table();
 
-// Hash 2 over a narrow or wide string without the virtual call: the
-// default hasher of the library's strings.
-ZEL_API unsigned string_hash(char const* s) noexcept;
-ZEL_API unsigned string_hash(unsigned short const* s) noexcept;
+// The default hasher's string hash: eight bytes at a time, each word mixed
+// in by a multiplication, then a final avalanche. Its values are the same on
+// every little-endian target (and not those of the five hashes above, which
+// take one character at a time and mix too little for large tables).
+inline std::uint32_t hash_bytes(void const* data, std::size_t n) noexcept {
+    constexpr std::uint64_t m = 0xFF51AFD7ED558CCDull;
+    auto const* p = static_cast<unsigned char const*>(data);
+    std::uint64_t h = 0x9E3779B97F4A7C15ull ^ (std::uint64_t(n) * 0xC2B2AE3D27D4EB4Full);
+    for (; n >= 8; n -= 8, p += 8) {
+        std::uint64_t w;
+        std::memcpy(&w, p, 8);
+        h = (h ^ w) * m;
+        h ^= h >> 32;
+    }
+    if (n != 0) {
+        std::uint64_t w = 0;
+        std::memcpy(&w, p, n);
+        h = (h ^ w) * m;
+    }
+    h ^= h >> 33;
+    h *= 0xC4CEB9FE1A85EC53ull;
+    h ^= h >> 29;
+    return std::uint32_t(h ^ (h >> 32));
+}
 
 // ---------------------------------------------------------------------------
 // The default hasher: integers hash to their value (folded to 32 bits),
 // enumerations to their underlying value, pointers to their address, and
-// the library's strings (anything with c_str() over char or unsigned short)
-// by hash 2.
+// strings (the library's and the standard's: anything with data() and
+// size() over a character type) by hash_bytes over their characters.
 template <class K, class = void>
 struct hash {
     std::uint32_t operator()(K const& key) const noexcept {
@@ -341,9 +361,28 @@ struct hash {
     }
 };
 
+namespace detail {
+
+template <class C>
+constexpr bool is_character = std::is_same_v<C, char> || std::is_same_v<C, unsigned short> ||
+                              std::is_same_v<C, wchar_t> || std::is_same_v<C, char16_t> ||
+                              std::is_same_v<C, char32_t> || std::is_same_v<C, signed char> ||
+                              std::is_same_v<C, unsigned char>;
+
+template <class S, class = void>
+constexpr bool is_string = false;
 template <class S>
-struct hash<S, std::void_t<decltype(std::declval<S const&>().c_str())>> {
-    std::uint32_t operator()(S const& s) const noexcept { return string_hash(s.c_str()); }
+constexpr bool is_string<S, std::void_t<decltype(std::declval<S const&>().size()),
+                                        decltype(*std::declval<S const&>().data())>> =
+    is_character<std::remove_cv_t<std::remove_reference_t<decltype(*std::declval<S const&>().data())>>>;
+
+} // namespace detail
+
+template <class S>
+struct hash<S, std::enable_if_t<detail::is_string<S>>> {
+    std::uint32_t operator()(S const& s) const noexcept {
+        return hash_bytes(s.data(), std::size_t(s.size()) * sizeof(*s.data()));
+    }
 };
 
 // ---------------------------------------------------------------------------
