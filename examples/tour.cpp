@@ -3,6 +3,7 @@
 #include <zel/zel.h>
 
 #include <cstdio>
+#include <string>
 #include <thread>
 
 namespace {
@@ -220,6 +221,39 @@ void containers() {
     }
 }
 
+// Counts the words of a text in an ordered map, then ranks them by count in
+// a multimap (equal counts keep their alphabetical order).
+void word_count() {
+    section("Ordered maps: the most frequent words of a text");
+    char const* const text =
+        "the engine keeps the tree balanced on the way down and the typed layer "
+        "only makes copies and compares keys so the tree never walks back up the "
+        "path it came down and the map stays in order";
+    zel::map<std::string, int> counts;
+    std::string word;
+    for (char const* p = text;; ++p) {
+        if (*p != ' ' && *p != '\0') {
+            word += *p;
+        } else if (!word.empty()) {
+            ++counts[word];
+            word.clear();
+        }
+        if (*p == '\0')
+            break;
+    }
+    zel::multimap<int, std::string, zel::greater<int>> ranked;
+    int total = 0;
+    for (auto const& [w, n] : counts) {
+        ranked.insert({n, w});
+        total += n;
+    }
+    std::printf("%d words, %u different; the most frequent:", total, counts.size());
+    int shown = 0;
+    for (auto it = ranked.begin(); it != ranked.end() && shown < 4; ++it, ++shown)
+        std::printf(" %s (%d)", it->second.c_str(), it->first);
+    std::printf("\n");
+}
+
 } // namespace
 
 int main() {
@@ -233,5 +267,6 @@ int main() {
     numbers();
     threads();
     containers();
+    word_count();
     return 0;
 }
