@@ -420,6 +420,25 @@ unsigned rbtree_engine::erase_node(base_rbnode* z) {
         return 0;
     unsigned char path[path_size];
     unsigned const len = get_erase_path(z, path);
+#if defined(__GNUC__)
+    // The nodes on the path are fresh from the lookup; their siblings and
+    // the siblings' children, which the merges read, are fetched all at
+    // once before the descent needs them.
+    for (int pass = 0; pass < 2; ++pass) {
+        base_node* q = header_.right;
+        for (unsigned i = 0; q != nil; ++i) {
+            bool const right = i < len && path[i] == move_right;
+            base_node* const s = right ? q->left : q->right;
+            if (pass == 0) {
+                __builtin_prefetch(s);
+            } else if (s != nil) {
+                __builtin_prefetch(s->left);
+                __builtin_prefetch(s->right);
+            }
+            q = right ? q->right : q->left;
+        }
+    }
+#endif
     // Below z without a right child the path ends; the descent goes left.
     base_rbnode* p = rb(header_.right);
     for (unsigned i = 0;; ++i) {
