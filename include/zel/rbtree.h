@@ -73,11 +73,13 @@ public:
             set_black(left);
             set_black(right);
         }
-        // Node black, both children red.
+        // Node black, both children red (a nil child is left black).
         void merge() noexcept {
             color = black;
-            rb(left)->color = red;
-            rb(right)->color = red;
+            if (left != nil_pointer)
+                rb(left)->color = red;
+            if (right != nil_pointer)
+                rb(right)->color = red;
         }
         base_rbnode* sibling() const noexcept {
             return rb(parent->left == this ? parent->right : parent->left);
