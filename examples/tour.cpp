@@ -222,7 +222,8 @@ void containers() {
 }
 
 // Counts the words of a text in an ordered map, then ranks them by count in
-// a multimap (equal counts keep their alphabetical order).
+// a multimap (equal counts keep their alphabetical order); a hash map counts
+// them again.
 void word_count() {
     section("Ordered maps: the most frequent words of a text");
     char const* const text =
@@ -252,6 +253,26 @@ void word_count() {
     for (auto it = ranked.begin(); it != ranked.end() && shown < 4; ++it, ++shown)
         std::printf(" %s (%d)", it->second.c_str(), it->first);
     std::printf("\n");
+
+    // The same count in a hash map: no order, one probe of a bucket per word.
+    zel::hash_map<zel::string, int> hashed;
+    zel::string w;
+    for (char const* p = text;; ++p) {
+        if (*p != ' ' && *p != '\0') {
+            w += *p;
+        } else if (!w.empty()) {
+            ++hashed[w];
+            w = "";
+        }
+        if (*p == '\0')
+            break;
+    }
+    auto top = hashed.begin();
+    for (auto it = hashed.begin(); it != hashed.end(); ++it)
+        if (it->second > top->second)
+            top = it;
+    std::printf("the hash map agrees: %u words in %u buckets, \"%s\" %d times\n", hashed.size(),
+                hashed.bucket_count(), top->first.c_str(), top->second);
 }
 
 } // namespace
