@@ -22,13 +22,18 @@ namespace zel {
 namespace {
 
 using node = tree_engine::base_node;
-using step = node* (tree_engine::*)(node*, bool&) const;
+using step = node* (*)(tree_engine const&, node*, bool&);
+
+node* next_in(tree_engine const& t, node* n, bool& f) { return t.next_in_order(n, f); }
+node* next_pre(tree_engine const& t, node* n, bool& f) { return t.next_pre_order(n, f); }
+node* next_post(tree_engine const& t, node* n, bool& f) { return t.next_post_order(n, f); }
+node* prev_in(tree_engine const& t, node* n, bool& f) { return t.prev_in_order(n, f); }
+node* prev_pre(tree_engine const& t, node* n, bool& f) { return t.prev_pre_order(n, f); }
+node* prev_post(tree_engine const& t, node* n, bool& f) { return t.prev_post_order(n, f); }
 
 // The forward and backward steps of each order, indexed by visit_type.
-constexpr step forward[3] = {&tree_engine::next_in_order, &tree_engine::next_pre_order,
-                             &tree_engine::next_post_order};
-constexpr step backward[3] = {&tree_engine::prev_in_order, &tree_engine::prev_pre_order,
-                              &tree_engine::prev_post_order};
+constexpr step forward[3] = {&next_in, &next_pre, &next_post};
+constexpr step backward[3] = {&prev_in, &prev_pre, &prev_post};
 
 } // namespace
 
@@ -303,12 +308,12 @@ void tree_engine::cursor::reset(visit_type order) {
 
 void tree_engine::cursor::increment() {
     if (owner_ && node_)
-        node_ = (owner_->*forward[order_])(node_, descend_);
+        node_ = forward[order_](*owner_, node_, descend_);
 }
 
 void tree_engine::cursor::decrement() {
     if (owner_ && node_)
-        node_ = (owner_->*backward[order_])(node_, descend_);
+        node_ = backward[order_](*owner_, node_, descend_);
 }
 
 } // namespace zel
