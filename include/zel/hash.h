@@ -428,10 +428,11 @@ constexpr bool is_map_keys = !std::is_same_v<typename Keys::key_type, typename K
 
 } // namespace detail
 
-// The typed table. Iterators stay valid until their element is erased or
-// the table is rehashed (an insertion that grows the table reorders the
-// list, but no node moves in memory, so references and pointers stay
-// valid). An iterator of another table passed to erase raises
+// The typed table. Iterators, references and pointers stay valid until
+// their element is erased: no node moves in memory. A rehash (an insertion
+// that grows the table, an erasure by key that shrinks it, rehash())
+// reorders the list, so a walk in progress across one may see an element
+// twice or miss one. An iterator of another table passed to erase raises
 // container_error "mis-matched iterator(s)", erasing end() raises
 // "iterator points to end()". An element copy that throws leaves the table
 // valid and leak-free: a single insertion is all or nothing, a range keeps
