@@ -168,7 +168,7 @@ TEST(Hash, StringHashesOnFixedTexts) {
     EXPECT_EQ(h3(""), 65537u);
     EXPECT_EQ(h4(""), 0u);
     EXPECT_EQ(h3("ab"), pair_result(t[t[0 ^ 'a'] ^ 'b'], t[t[1 ^ 'a'] ^ 'b']));
-    EXPECT_EQ(h4("abc"), pair_result(t[t['a'] ^ 'c'], t['b']));
+    EXPECT_EQ(h4("abc"), pair_result(t[t[int('a')] ^ 'c'], t[int('b')]));
     // A wide character is folded to its low byte XOR its high byte.
     std::vector<unsigned short> const folded = {0x6162, 0x0100 | 'b', 0};   // 'a'^'b'... and 'c'
     EXPECT_EQ(w3(folded.data()),
