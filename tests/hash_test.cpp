@@ -170,7 +170,7 @@ TEST(Hash, StringHashesOnFixedTexts) {
     EXPECT_EQ(h3("ab"), pair_result(t[t[0 ^ 'a'] ^ 'b'], t[t[1 ^ 'a'] ^ 'b']));
     EXPECT_EQ(h4("abc"), pair_result(t[t[int('a')] ^ 'c'], t[int('b')]));
     // A wide character is folded to its low byte XOR its high byte.
-    std::vector<unsigned short> const folded = {0x6162, 0x0100 | 'b', 0};   // 'a'^'b'... and 'c'
+    std::vector<unsigned short> const folded = {0x6162, 0x0100 | 'b', 0};   // folds to 3, 'b' ^ 1
     EXPECT_EQ(w3(folded.data()),
               pair_result(t[t[0 ^ (0x61 ^ 0x62)] ^ ('b' ^ 1)], t[t[1 ^ (0x61 ^ 0x62)] ^ ('b' ^ 1)]));
     std::vector<unsigned short> const ab = {'a', 'b', 'c', 0};
