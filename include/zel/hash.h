@@ -34,7 +34,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <initializer_list>
+#include <string_view>
 #include <iterator>
 #include <type_traits>
 #include <utility>
@@ -314,28 +316,14 @@ ZEL_STRING_HASH(wchar_hash5, unsigned short);
 // The permutation of hashes 3 and 4 (built by this call if not yet).
 ZEL_API unsigned char const* pearson_table();
 
-// The default hasher's string hash: eight bytes at a time, each word mixed
-// in by a multiplication, then a final avalanche. Its values are the same on
-// every little-endian target (and not those of the five hashes above, which
-// take one character at a time and mix too little for large tables).
+// The default hasher's string hash: the standard library's hash of the
+// bytes (folded to 32 bits). Its values differ between targets (they follow
+// the standard library's size_t hash), and are not those of the five hashes
+// above, which take one character at a time and mix too little for large
+// tables.
 inline std::uint32_t hash_bytes(void const* data, std::size_t n) noexcept {
-    constexpr std::uint64_t m = 0xFF51AFD7ED558CCDull;
-    auto const* p = static_cast<unsigned char const*>(data);
-    std::uint64_t h = 0x9E3779B97F4A7C15ull ^ (std::uint64_t(n) * 0xC2B2AE3D27D4EB4Full);
-    for (; n >= 8; n -= 8, p += 8) {
-        std::uint64_t w;
-        std::memcpy(&w, p, 8);
-        h = (h ^ w) * m;
-        h ^= h >> 32;
-    }
-    if (n != 0) {
-        std::uint64_t w = 0;
-        std::memcpy(&w, p, n);
-        h = (h ^ w) * m;
-    }
-    h ^= h >> 33;
-    h *= 0xC4CEB9FE1A85EC53ull;
-    h ^= h >> 29;
+    std::uint64_t const h =
+        std::hash<std::string_view>()(std::string_view(static_cast<char const*>(data), n));
     return std::uint32_t(h ^ (h >> 32));
 }
 
