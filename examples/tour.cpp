@@ -304,6 +304,58 @@ void streams() {
         ++words;
     }
     std::printf("%d words, the last one \"%s\"\n", words, last.c_str());
+// Counts the words of a text in an ordered map, then ranks them by count in
+// a multimap (equal counts keep their alphabetical order); a hash map counts
+// them again.
+void word_count() {
+    section("Ordered maps: the most frequent words of a text");
+    char const* const text =
+        "the engine keeps the tree balanced on the way down and the typed layer "
+        "only makes copies and compares keys so the tree never walks back up the "
+        "path it came down and the map stays in order";
+    zel::map<std::string, int> counts;
+    std::string word;
+    for (char const* p = text;; ++p) {
+        if (*p != ' ' && *p != '\0') {
+            word += *p;
+        } else if (!word.empty()) {
+            ++counts[word];
+            word.clear();
+        }
+        if (*p == '\0')
+            break;
+    }
+    zel::multimap<int, std::string, zel::greater<int>> ranked;
+    int total = 0;
+    for (auto const& [w, n] : counts) {
+        ranked.insert({n, w});
+        total += n;
+    }
+    std::printf("%d words, %u different; the most frequent:", total, counts.size());
+    int shown = 0;
+    for (auto it = ranked.begin(); it != ranked.end() && shown < 4; ++it, ++shown)
+        std::printf(" %s (%d)", it->second.c_str(), it->first);
+    std::printf("\n");
+
+    // The same count in a hash map: no order, one probe of a bucket per word.
+    zel::hash_map<zel::string, int> hashed;
+    zel::string w;
+    for (char const* p = text;; ++p) {
+        if (*p != ' ' && *p != '\0') {
+            w += *p;
+        } else if (!w.empty()) {
+            ++hashed[w];
+            w = "";
+        }
+        if (*p == '\0')
+            break;
+    }
+    auto top = hashed.begin();
+    for (auto it = hashed.begin(); it != hashed.end(); ++it)
+        if (it->second > top->second)
+            top = it;
+    std::printf("the hash map agrees: %u words in %u buckets, \"%s\" %d times\n", hashed.size(),
+                hashed.bucket_count(), top->first.c_str(), top->second);
 }
 
 } // namespace
@@ -319,6 +371,7 @@ int main() {
     numbers();
     threads();
     containers();
+    word_count();
     buffers_and_locales();
     streams();
     return 0;

@@ -1,0 +1,132 @@
+// Model-based container tests: a seeded random run of weighted operations,
+// each applied to the container under test and to its standard twin, with
+// the caller's verification (check() and a comparison with the twin) after
+// every step. Run it over zel_test::counted elements inside a no_leaks guard
+// so leaks and double destruction show.
+//
+//   zel_test::model_run run(7);                    // the seed
+//   run.op("insert", 3, [&] { auto k = key(run.pick(500)); c.insert(k); twin.insert(k); })
+//      .op("erase", 2, [&] { ... });
+//   run.go(5000, [&] {
+//       c.check();
+//       zel_test::expect_same_elements(c, twin);   // or expect_same_sequence
+//   });
+//
+// The first failing step stops the run; the failure names the seed, the step
+// and the operation. An operation may call ASSERT_* itself: a fatal failure
+// inside it stops the run the same way.
+#ifndef ZEL_TEST_MODEL_H
+#define ZEL_TEST_MODEL_H
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+#include <random>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace zel_test {
+
+class model_run {
+public:
+    explicit model_run(unsigned seed) : seed_(seed), rng_(seed) {}
+    model_run(model_run const&) = delete;
+    model_run& operator=(model_run const&) = delete;
+
+    // A uniform number below n (0 when n is 0).
+    unsigned pick(unsigned n) { return n == 0 ? 0u : unsigned(rng_() % n); }
+    // True with the given chance in percent.
+    bool chance(unsigned percent) { return pick(100) < percent; }
+    std::mt19937& rng() { return rng_; }
+    unsigned seed() const { return seed_; }
+
+    // An operation drawn with probability weight / (sum of the weights).
+    model_run& op(char const* name, unsigned weight, std::function<void()> f) {
+        ops_.push_back({name, weight, std::move(f)});
+        total_ += weight;
+        return *this;
+    }
+
+    // `steps` draws, `verify` after each one. Returns false when a step failed.
+    template <class Verify>
+    bool go(int steps, Verify verify) {
+        for (int step = 0; step < steps; ++step) {
+            unsigned r = pick(total_);
+            std::size_t i = 0;
+            while (r >= ops_[i].weight)
+                r -= ops_[i++].weight;
+            SCOPED_TRACE("seed " + std::to_string(seed_) + ", step " + std::to_string(step) +
+                         ", operation " + ops_[i].name);
+            ops_[i].run();
+            if (!::testing::Test::HasFailure())
+                verify();
+            if (::testing::Test::HasFailure())
+                return false;
+        }
+        return true;
+    }
+
+private:
+    struct operation {
+        char const* name;
+        unsigned weight;
+        std::function<void()> run;
+    };
+
+    unsigned seed_;
+    std::mt19937 rng_;
+    std::vector<operation> ops_;
+    unsigned total_ = 0;
+};
+
+namespace detail {
+
+template <class T>
+struct plain {
+    using type = T;
+};
+template <class K, class V>
+struct plain<std::pair<K const, V>> {
+    using type = std::pair<K, V>;
+};
+
+template <class C>
+std::vector<typename plain<typename C::value_type>::type> listed(C const& c) {
+    std::vector<typename plain<typename C::value_type>::type> out;
+    out.reserve(c.size());
+    for (auto const& v : c)
+        out.push_back(v);
+    return out;
+}
+
+} // namespace detail
+
+// The same elements in the same order (ordered containers, sequences), and
+// iteration backwards agrees when both are bidirectional.
+template <class C, class Twin>
+void expect_same_sequence(C const& c, Twin const& twin) {
+    ASSERT_EQ(c.size(), twin.size());
+    ASSERT_EQ(detail::listed(c), detail::listed(twin));
+    ASSERT_EQ(std::size_t(std::distance(c.begin(), c.end())), twin.size());
+}
+
+// The same elements in any order (hashed containers): both listings sorted,
+// then compared; the element type needs operator<.
+template <class C, class Twin>
+void expect_same_elements(C const& c, Twin const& twin) {
+    ASSERT_EQ(c.size(), twin.size());
+    auto a = detail::listed(c);
+    auto b = detail::listed(twin);
+    ASSERT_EQ(a.size(), twin.size()) << "iteration does not reach every element";
+    std::sort(a.begin(), a.end());
+    std::sort(b.begin(), b.end());
+    ASSERT_EQ(a, b);
+}
+
+} // namespace zel_test
+
+#endif
