@@ -304,6 +304,8 @@ void streams() {
         ++words;
     }
     std::printf("%d words, the last one \"%s\"\n", words, last.c_str());
+}
+
 // Counts the words of a text in an ordered map, then ranks them by count in
 // a multimap (equal counts keep their alphabetical order); a hash map counts
 // them again.
