@@ -2,8 +2,11 @@
 // an object that carries its own locks: no path here takes a lock shared by
 // two unrelated objects.
 //
-//   mutex      a robust recursive pthread mutex, so that a mutex whose owner
-//              ended while holding it reports "abandoned" to its next taker;
+//   mutex      the library's own lock: a word holding the owner's id, taken
+//              by one compare-exchange, with a futex wait under contention.
+//              Each thread keeps a list of the recursive locks it holds; the
+//              list is walked when the thread ends or is terminated, so that
+//              the next taker of such a lock learns it was abandoned;
 //   semaphore  an atomic count with a lock-free fast path, and a pthread
 //              mutex and condition for the threads that must sleep;
 //   event      a list of waiting threads; a pulse hands itself to the threads
@@ -23,10 +26,13 @@
 #include <ctime>
 #include <new>
 
+#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace zel {
 namespace kernel {
@@ -101,12 +107,21 @@ struct object {
 };
 
 struct mutex_object : object {
-    mutex_object() noexcept : object(kind::mutex) {}
-    pthread_mutex_t lock;
-    // Kept beside the pthread mutex so that a release by a thread that does
-    // not own it is refused before it reaches pthread_mutex_unlock.
-    std::atomic<std::uint32_t> owner{0};
-    unsigned depth = 0;  // the owner's acquisitions
+    explicit mutex_object(bool r) noexcept : object(kind::mutex), recursive(r) {}
+    // The owner's thread id, 0 when free; the futex word.
+    std::atomic<std::uint32_t> state{0};
+    // Threads in the slow path; a release calls the kernel only when this
+    // is not 0. A thread terminated while it sleeps here leaves it one too
+    // high, which costs later releases a needless wake and nothing else.
+    std::atomic<std::uint32_t> sleepers{0};
+    bool const recursive;
+    // The rest belongs to the owner (or to whoever abandons it for an owner
+    // that ended): its acquisitions, whether the previous owner ended
+    // holding it, and its place on the owner's list of held locks.
+    unsigned depth = 0;
+    bool abandoned = false;
+    mutex_object* prev = nullptr;
+    mutex_object* next = nullptr;
 };
 
 struct semaphore_object : object {
@@ -261,6 +276,16 @@ thread_local thread_object* current_thread ZEL_FAST_TLS = nullptr;
 // How deep the current thread is inside this emulation's own locks.
 thread_local unsigned kernel_depth ZEL_FAST_TLS = 0;
 
+// The recursive locks this thread holds, newest first, and the one it is
+// taking or giving back right now: a thread can be terminated (or end through
+// a signal) between the change of a lock's word and the change of the list,
+// and the walk at its end looks at that lock too. Only the owning thread
+// changes these, so compiler barriers (signal fences) order them against the
+// lock word.
+thread_local mutex_object* held_locks ZEL_FAST_TLS = nullptr;
+thread_local mutex_object* lock_in_transit ZEL_FAST_TLS = nullptr;
+thread_local bool held_walk_armed ZEL_FAST_TLS = false;
+
 std::atomic<std::uint32_t> last_id{0};
 
 std::uint32_t next_id() noexcept {
@@ -352,6 +377,8 @@ void hand_over(thread_object* t, request what) noexcept {
     }
 }
 
+void abandon_held_locks() noexcept;
+
 void* start_routine(void* argument) {
     // volatile: read again after siglongjmp returns here.
     thread_object* volatile t = static_cast<thread_object*>(argument);
@@ -363,6 +390,7 @@ void* start_routine(void* argument) {
     // From here on the thread takes no more requests; one that arrived too
     // late for the handler is answered here.
     set_control_signal(SIG_BLOCK);
+    abandon_held_locks();
     t->ended.store(true);
     if (t->pending.exchange(no_request) != no_request)
         sem_post(&t->acknowledged);
@@ -452,46 +480,104 @@ private:
 // ---------------------------------------------------------------------------
 // Waits
 
-std::uint32_t wait_mutex(mutex_object* m, std::uint32_t timeout) noexcept {
-    int rc;
-    if (timeout == infinite) {
-        rc = pthread_mutex_lock(&m->lock);
-    } else if (timeout == 0) {
-        rc = pthread_mutex_trylock(&m->lock);
-    } else {
-        // The robust mutex waits on the real-time clock; a deadline kept on
-        // the monotonic clock makes a clock step forward not cut it short.
-        deadline limit(timeout);
-        for (;;) {
-            timespec mono = now(CLOCK_MONOTONIC);
-            long long left = nanos_until(limit.at, mono);
-            timespec real = now(CLOCK_REALTIME);
-            long long ns = real.tv_nsec + left % nanos_per_second;
-            real.tv_sec += static_cast<time_t>(left / nanos_per_second + ns / nanos_per_second);
-            real.tv_nsec = static_cast<long>(ns % nanos_per_second);
-            rc = pthread_mutex_timedlock(&m->lock, &real);
-            if (rc != ETIMEDOUT || limit.passed())
-                break;
+// Locks
+
+long futex(std::atomic<std::uint32_t>* word, int op, std::uint32_t value,
+           timespec const* timeout) noexcept {
+    return syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(word), op, value, timeout,
+                   nullptr, 0);
+}
+
+// Gives the word back and wakes one sleeper if there is any. The store and
+// the load of `sleepers` are sequentially consistent, as are the sleeper's
+// raise of `sleepers` and its next try: one of the two sees the other.
+void unlock_word(mutex_object* m) noexcept {
+    m->state.store(0, std::memory_order_seq_cst);
+    if (m->sleepers.load(std::memory_order_seq_cst) != 0)
+        futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+}
+
+void link_held(mutex_object* m) noexcept {
+    // The list is read forward from its head; the head moves last, so a walk
+    // after an interruption anywhere here finds a consistent chain.
+    m->prev = nullptr;
+    m->next = held_locks;
+    if (held_locks)
+        held_locks->prev = m;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    held_locks = m;
+}
+
+void unlink_held(mutex_object* m) noexcept {
+    (m->prev ? m->prev->next : held_locks) = m->next;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (m->next)
+        m->next->prev = m->prev;
+}
+
+struct held_walker {
+    ~held_walker() { abandon_held_locks(); }
+    void arm() noexcept {}
+};
+
+// Threads the library did not start walk their list at their end through
+// this thread-local object, made on their first recursive lock.
+thread_local held_walker walker_at_exit;
+
+void abandon(mutex_object* m) noexcept {
+    m->depth = 0;
+    m->abandoned = true;
+    unlock_word(m);
+}
+
+// The current thread is ending: every recursive lock it still holds passes
+// to its next taker as abandoned.
+void abandon_held_locks() noexcept {
+    std::uint32_t me = current_id;
+    mutex_object* transit = lock_in_transit;
+    lock_in_transit = nullptr;
+    for (mutex_object* m = held_locks; m;) {
+        mutex_object* next = m->next;  // read before another owner relinks m
+        abandon(m);
+        m = next;
+    }
+    held_locks = nullptr;
+    if (!transit || me == 0)
+        return;
+    if (transit->recursive && transit->state.load(std::memory_order_relaxed) == me)
+        abandon(transit);
+    else if (transit->sleepers.load() != 0)
+        // The thread may have taken a wake meant for the next taker.
+        futex(&transit->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+}
+
+// The contended path: sleeps on the word until it is free and taken, or the
+// time runs out.
+bool lock_slow(mutex_object* m, std::uint32_t me, std::uint32_t timeout) noexcept {
+    deadline limit(timeout == infinite ? 0 : timeout);
+    m->sleepers.fetch_add(1, std::memory_order_seq_cst);
+    bool taken = false;
+    for (;;) {
+        std::uint32_t seen = 0;
+        if (m->state.compare_exchange_strong(seen, me, std::memory_order_seq_cst)) {
+            taken = true;
+            break;
         }
+        timespec left;
+        timespec const* bound = nullptr;
+        if (timeout != infinite) {
+            long long ns = nanos_until(limit.at, now(CLOCK_MONOTONIC));
+            if (ns == 0)
+                break;
+            left.tv_sec = static_cast<time_t>(ns / nanos_per_second);
+            left.tv_nsec = static_cast<long>(ns % nanos_per_second);
+            bound = &left;
+        }
+        // Returns at once when the word no longer holds `seen`.
+        futex(&m->state, FUTEX_WAIT_PRIVATE, seen, bound);
     }
-    switch (rc) {
-    case 0:
-        if (m->depth++ == 0)
-            m->owner.store(current_thread_id(), std::memory_order_relaxed);
-        return wait_object_0;
-    case EOWNERDEAD:
-        // The previous owner ended while holding it; the caller owns it now,
-        // once.
-        pthread_mutex_consistent(&m->lock);
-        m->depth = 1;
-        m->owner.store(current_thread_id(), std::memory_order_relaxed);
-        return wait_abandoned_0;
-    case EBUSY:
-    case ETIMEDOUT:
-        return wait_timeout;
-    default:
-        return wait_failed;
-    }
+    m->sleepers.fetch_sub(1, std::memory_order_seq_cst);
+    return taken;
 }
 
 std::uint32_t wait_semaphore(semaphore_object* s, std::uint32_t timeout) noexcept {
@@ -586,34 +672,72 @@ std::uint32_t wait_events(std::uint32_t count, event_object* const* events,
 // ---------------------------------------------------------------------------
 // The calls
 
-handle create_mutex() noexcept {
-    kernel_region region;
-    mutex_object* m = new (std::nothrow) mutex_object();
-    if (!m)
-        return nullptr;
-    pthread_mutexattr_t attr;
-    pthread_mutexattr_init(&attr);
-    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
-    int rc = pthread_mutex_init(&m->lock, &attr);
-    pthread_mutexattr_destroy(&attr);
-    if (rc != 0) {
-        delete m;
-        return nullptr;
-    }
-    return m;
+handle create_lock(bool recursive) noexcept {
+    return new (std::nothrow) mutex_object(recursive);
 }
 
-bool release_mutex(handle mutex) noexcept {
-    auto* m = as<mutex_object, kind::mutex>(mutex);
+std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept {
+    auto* m = as<mutex_object, kind::mutex>(lock);
     if (!m)
-        return false;
-    if (m->owner.load(std::memory_order_relaxed) != current_thread_id())
-        return false;
-    if (--m->depth == 0)
-        m->owner.store(0, std::memory_order_relaxed);
-    return pthread_mutex_unlock(&m->lock) == 0;
+        return wait_failed;
+    std::uint32_t me = current_thread_id();
+    if (m->recursive && m->state.load(std::memory_order_relaxed) == me) {
+        ++m->depth;
+        return wait_object_0;
+    }
+    lock_in_transit = m;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    std::uint32_t free = 0;
+    if (!m->state.compare_exchange_strong(free, me, std::memory_order_acquire,
+                                          std::memory_order_relaxed) &&
+        (timeout == 0 || !lock_slow(m, me, timeout))) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        lock_in_transit = nullptr;
+        return wait_timeout;
+    }
+    if (!m->recursive) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        lock_in_transit = nullptr;
+        return wait_object_0;
+    }
+    m->depth = 1;
+    if (!held_walk_armed) {
+        held_walk_armed = true;
+        walker_at_exit.arm();
+    }
+    link_held(m);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    lock_in_transit = nullptr;
+    if (m->abandoned) {
+        m->abandoned = false;
+        return wait_abandoned_0;
+    }
+    return wait_object_0;
 }
+
+bool release_lock(handle lock) noexcept {
+    auto* m = as<mutex_object, kind::mutex>(lock);
+    if (!m || m->state.load(std::memory_order_relaxed) != current_thread_id())
+        return false;
+    if (!m->recursive) {
+        unlock_word(m);
+        return true;
+    }
+    if (--m->depth != 0)
+        return true;
+    lock_in_transit = m;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    unlink_held(m);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    unlock_word(m);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    lock_in_transit = nullptr;
+    return true;
+}
+
+handle create_mutex() noexcept { return create_lock(true); }
+
+bool release_mutex(handle mutex) noexcept { return release_lock(mutex); }
 
 handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept {
     kernel_region region;
@@ -673,10 +797,10 @@ std::uint32_t wait_for_single_object(handle object_handle, std::uint32_t timeout
     auto* o = static_cast<object*>(object_handle);
     if (!o)
         return wait_failed;
-    // A robust mutex needs no region: its protocol survives a thread that
-    // stops or ends anywhere inside it, and the fast path stays short.
+    // A lock needs no region: the walk at a thread's end covers a thread
+    // that stops or ends anywhere inside it, and the fast path stays short.
     if (o->type == kind::mutex)
-        return wait_mutex(static_cast<mutex_object*>(o), timeout);
+        return acquire_lock(o, timeout);
     kernel_region region;
     switch (o->type) {
     case kind::mutex:
@@ -716,8 +840,11 @@ bool close_handle(handle object_handle) noexcept {
         return false;
     switch (o->type) {
     case kind::mutex: {
+        // A lock closed while the caller holds it leaves the caller's list.
         auto* m = static_cast<mutex_object*>(o);
-        pthread_mutex_destroy(&m->lock);
+        if (m->recursive && m->state.load(std::memory_order_relaxed) == current_id &&
+            current_id != 0)
+            unlink_held(m);
         delete m;
         break;
     }
