@@ -57,7 +57,6 @@ TEST(Mutex, ReleaseByAnotherThreadIsIgnored) {
 }
 
 TEST(Mutex, AbandonedMutexIsReportedOnlyByTryAcquireAndThenOwned) {
-    ZEL_SKIP_UNDER_TSAN_ABANDONMENT();
     zel::mutex m;
     std::thread([&] { m.acquire(); }).join();  // ends holding it
     zel_test::expect_sync_error([&] { m.try_acquire(patience_ms); }, "abandoned mutex",
@@ -119,7 +118,6 @@ TEST(Mutex, ContendedLockCountsTimesOutAndPassesOnAbandonment) {
     EXPECT_TRUE(other_thread_takes(m));
     EXPECT_TRUE(other_thread_takes(nr));
 
-    ZEL_SKIP_UNDER_TSAN_ABANDONMENT();
     zel::mutex second;
     std::thread([&] {
         m.acquire();

@@ -106,17 +106,17 @@ struct object {
     kind type;
 };
 
+// The top bit of a lock word: threads may sleep on it, so its release wakes
+// one. The other bits are the owner's thread id (ids never have them all 0).
+constexpr std::uint32_t lock_sleepers = 0x80000000u;
+
 struct mutex_object : object {
     explicit mutex_object(bool r) noexcept : object(kind::mutex), recursive(r) {}
-    // The owner's thread id, 0 when free; the futex word.
+    // The futex word: the owner's id and the sleepers bit, 0 when free.
     std::atomic<std::uint32_t> state{0};
-    // Threads in the slow path; a release calls the kernel only when this
-    // is not 0. A thread terminated while it sleeps here leaves it one too
-    // high, which costs later releases a needless wake and nothing else.
-    std::atomic<std::uint32_t> sleepers{0};
     bool const recursive;
-    // The rest belongs to the owner (or to whoever abandons it for an owner
-    // that ended): its acquisitions, whether the previous owner ended
+    // The rest belongs to the owner (or to whoever abandons the lock for an
+    // owner that ended): its acquisitions, whether the previous owner ended
     // holding it, and its place on the owner's list of held locks.
     unsigned depth = 0;
     bool abandoned = false;
@@ -276,14 +276,10 @@ thread_local thread_object* current_thread ZEL_FAST_TLS = nullptr;
 // How deep the current thread is inside this emulation's own locks.
 thread_local unsigned kernel_depth ZEL_FAST_TLS = 0;
 
-// The recursive locks this thread holds, newest first, and the one it is
-// taking or giving back right now: a thread can be terminated (or end through
-// a signal) between the change of a lock's word and the change of the list,
-// and the walk at its end looks at that lock too. Only the owning thread
-// changes these, so compiler barriers (signal fences) order them against the
-// lock word.
+// The recursive locks this thread holds, newest first, and the lock it
+// sleeps on, if any. Only the owning thread changes them.
 thread_local mutex_object* held_locks ZEL_FAST_TLS = nullptr;
-thread_local mutex_object* lock_in_transit ZEL_FAST_TLS = nullptr;
+thread_local mutex_object* sleeping_on ZEL_FAST_TLS = nullptr;
 thread_local bool held_walk_armed ZEL_FAST_TLS = false;
 
 std::atomic<std::uint32_t> last_id{0};
@@ -292,7 +288,7 @@ std::uint32_t next_id() noexcept {
     std::uint32_t id;
     do
         id = last_id.fetch_add(1, std::memory_order_relaxed) + 1;
-    while (id == 0);  // skipped when the counter wraps
+    while ((id & ~lock_sleepers) == 0);  // 0 (when the counter wraps) and 2^31
     return id;
 }
 
@@ -424,8 +420,14 @@ void honour_deferred(thread_object* t) noexcept {
 // terminated inside one stops or ends when it leaves, so no object is left
 // locked by a thread that will not come back.
 struct kernel_region {
-    kernel_region() noexcept { ++kernel_depth; }
+    // The signal fences keep the region's work (a lock word's change above
+    // all) between the two changes of the depth.
+    kernel_region() noexcept {
+        ++kernel_depth;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
     ~kernel_region() {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
         thread_object* t = current_thread;
         if (--kernel_depth == 0 && t && t->deferred.load(std::memory_order_relaxed) != no_request)
             honour_deferred(t);
@@ -488,12 +490,16 @@ long futex(std::atomic<std::uint32_t>* word, int op, std::uint32_t value,
                    nullptr, 0);
 }
 
-// Gives the word back and wakes one sleeper if there is any. The store and
-// the load of `sleepers` are sequentially consistent, as are the sleeper's
-// raise of `sleepers` and its next try: one of the two sees the other.
+// The owner part of a lock word.
+std::uint32_t owner_of(mutex_object const* m) noexcept {
+    return m->state.load(std::memory_order_relaxed) & ~lock_sleepers;
+}
+
+// Gives the word back and wakes one sleeper if the bit says there may be
+// one. Nothing of m is read after the exchange, since its next owner may
+// close it at once; a wake on a word that has gone wakes nobody of ours.
 void unlock_word(mutex_object* m) noexcept {
-    m->state.store(0, std::memory_order_seq_cst);
-    if (m->sleepers.load(std::memory_order_seq_cst) != 0)
+    if (m->state.exchange(0, std::memory_order_release) & lock_sleepers)
         futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
 }
 
@@ -515,6 +521,12 @@ void unlink_held(mutex_object* m) noexcept {
         m->next->prev = m->prev;
 }
 
+#if defined(__GNUC__)
+#  define ZEL_COLD __attribute__((noinline, cold))
+#else
+#  define ZEL_COLD
+#endif
+
 struct held_walker {
     ~held_walker() { abandon_held_locks(); }
     void arm() noexcept {}
@@ -524,44 +536,67 @@ struct held_walker {
 // this thread-local object, made on their first recursive lock.
 thread_local held_walker walker_at_exit;
 
-void abandon(mutex_object* m) noexcept {
-    m->depth = 0;
-    m->abandoned = true;
-    unlock_word(m);
+ZEL_COLD void arm_walker() noexcept {
+    held_walk_armed = true;
+    walker_at_exit.arm();
 }
 
 // The current thread is ending: every recursive lock it still holds passes
-// to its next taker as abandoned.
+// to its next taker as abandoned. A thread that ends on its way out of a
+// sleep on a lock may have taken the wake meant for the next taker, so that
+// lock gets one more.
 void abandon_held_locks() noexcept {
-    std::uint32_t me = current_id;
-    mutex_object* transit = lock_in_transit;
-    lock_in_transit = nullptr;
     for (mutex_object* m = held_locks; m;) {
         mutex_object* next = m->next;  // read before another owner relinks m
-        abandon(m);
+        m->depth = 0;
+        m->abandoned = true;
+        unlock_word(m);
         m = next;
     }
     held_locks = nullptr;
-    if (!transit || me == 0)
+    if (mutex_object* m = sleeping_on) {
+        sleeping_on = nullptr;
+        futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+    }
+}
+
+// Called in the region that took m.
+void taken(mutex_object* m) noexcept {
+    if (!m->recursive)
         return;
-    if (transit->recursive && transit->state.load(std::memory_order_relaxed) == me)
-        abandon(transit);
-    else if (transit->sleepers.load() != 0)
-        // The thread may have taken a wake meant for the next taker.
-        futex(&transit->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+    m->depth = 1;
+    if (!held_walk_armed)
+        arm_walker();
+    link_held(m);
 }
 
 // The contended path: sleeps on the word until it is free and taken, or the
-// time runs out.
-bool lock_slow(mutex_object* m, std::uint32_t me, std::uint32_t timeout) noexcept {
+// time runs out. The sleep itself is outside any region, so a suspension or
+// termination reaches a sleeping thread at once; the take and the link to
+// the held list are one region. Out of line, to keep the fast path short.
+ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
     deadline limit(timeout == infinite ? 0 : timeout);
-    m->sleepers.fetch_add(1, std::memory_order_seq_cst);
-    bool taken = false;
+    sleeping_on = m;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
     for (;;) {
-        std::uint32_t seen = 0;
-        if (m->state.compare_exchange_strong(seen, me, std::memory_order_seq_cst)) {
-            taken = true;
-            break;
+        std::uint32_t seen = m->state.load(std::memory_order_relaxed);
+        if (seen == 0) {
+            kernel_region region;
+            // Taken with the bit set: others may still sleep here.
+            if (m->state.compare_exchange_strong(seen, key | lock_sleepers,
+                                                 std::memory_order_acquire,
+                                                 std::memory_order_relaxed)) {
+                sleeping_on = nullptr;
+                taken(m);
+                return true;
+            }
+            continue;
+        }
+        if (!(seen & lock_sleepers)) {
+            if (!m->state.compare_exchange_strong(seen, seen | lock_sleepers,
+                                                  std::memory_order_relaxed))
+                continue;
+            seen |= lock_sleepers;
         }
         timespec left;
         timespec const* bound = nullptr;
@@ -576,8 +611,25 @@ bool lock_slow(mutex_object* m, std::uint32_t me, std::uint32_t timeout) noexcep
         // Returns at once when the word no longer holds `seen`.
         futex(&m->state, FUTEX_WAIT_PRIVATE, seen, bound);
     }
-    m->sleepers.fetch_sub(1, std::memory_order_seq_cst);
-    return taken;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    sleeping_on = nullptr;
+    return false;
+}
+
+// Takes m for the caller within `timeout`; true when taken. A suspension or
+// termination that arrives while the word and the held list change waits
+// until both have.
+bool take(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
+    {
+        kernel_region region;
+        std::uint32_t free = 0;
+        if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                             std::memory_order_relaxed)) {
+            taken(m);
+            return true;
+        }
+    }
+    return timeout != 0 && take_slow(m, key, timeout);
 }
 
 std::uint32_t wait_semaphore(semaphore_object* s, std::uint32_t timeout) noexcept {
@@ -680,35 +732,14 @@ std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept {
     auto* m = as<mutex_object, kind::mutex>(lock);
     if (!m)
         return wait_failed;
-    std::uint32_t me = current_thread_id();
-    if (m->recursive && m->state.load(std::memory_order_relaxed) == me) {
+    std::uint32_t const key = current_thread_id() & ~lock_sleepers;
+    if (m->recursive && owner_of(m) == key) {
         ++m->depth;
         return wait_object_0;
     }
-    lock_in_transit = m;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    std::uint32_t free = 0;
-    if (!m->state.compare_exchange_strong(free, me, std::memory_order_acquire,
-                                          std::memory_order_relaxed) &&
-        (timeout == 0 || !lock_slow(m, me, timeout))) {
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        lock_in_transit = nullptr;
+    if (!take(m, key, timeout))
         return wait_timeout;
-    }
-    if (!m->recursive) {
-        std::atomic_signal_fence(std::memory_order_seq_cst);
-        lock_in_transit = nullptr;
-        return wait_object_0;
-    }
-    m->depth = 1;
-    if (!held_walk_armed) {
-        held_walk_armed = true;
-        walker_at_exit.arm();
-    }
-    link_held(m);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    lock_in_transit = nullptr;
-    if (m->abandoned) {
+    if (m->recursive && m->abandoned) {
         m->abandoned = false;
         return wait_abandoned_0;
     }
@@ -717,7 +748,7 @@ std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept {
 
 bool release_lock(handle lock) noexcept {
     auto* m = as<mutex_object, kind::mutex>(lock);
-    if (!m || m->state.load(std::memory_order_relaxed) != current_thread_id())
+    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
         return false;
     if (!m->recursive) {
         unlock_word(m);
@@ -725,13 +756,11 @@ bool release_lock(handle lock) noexcept {
     }
     if (--m->depth != 0)
         return true;
-    lock_in_transit = m;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+    // Off the list and given back in one region, so that a thread ended at
+    // any point neither keeps it nor has it on its list after it is gone.
+    kernel_region region;
     unlink_held(m);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
     unlock_word(m);
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    lock_in_transit = nullptr;
     return true;
 }
 
@@ -842,8 +871,7 @@ bool close_handle(handle object_handle) noexcept {
     case kind::mutex: {
         // A lock closed while the caller holds it leaves the caller's list.
         auto* m = static_cast<mutex_object*>(o);
-        if (m->recursive && m->state.load(std::memory_order_relaxed) == current_id &&
-            current_id != 0)
+        if (m->recursive && current_id != 0 && owner_of(m) == (current_id & ~lock_sleepers))
             unlink_held(m);
         delete m;
         break;
