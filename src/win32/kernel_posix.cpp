@@ -33,6 +33,12 @@
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#if __has_include(<sys/single_threaded.h>)
+#  include <sys/single_threaded.h>
+#  define ZEL_SINGLE_THREADED() (__libc_single_threaded != 0)
+#else
+#  define ZEL_SINGLE_THREADED() false
+#endif
 
 namespace zel {
 namespace kernel {
@@ -495,10 +501,20 @@ std::uint32_t owner_of(mutex_object const* m) noexcept {
     return m->state.load(std::memory_order_relaxed) & ~lock_sleepers;
 }
 
+// While the process has only ever had one thread, nobody else can touch a
+// lock word, and plain loads and stores take the place of the locked
+// instructions (as the C library does for its own mutexes). Once a second
+// thread has started the C library never reports one thread again.
+bool single_threaded() noexcept { return ZEL_SINGLE_THREADED(); }
+
 // Gives the word back and wakes one sleeper if the bit says there may be
 // one. Nothing of m is read after the exchange, since its next owner may
 // close it at once; a wake on a word that has gone wakes nobody of ours.
 void unlock_word(mutex_object* m) noexcept {
+    if (single_threaded()) {
+        m->state.store(0, std::memory_order_relaxed);
+        return;
+    }
     if (m->state.exchange(0, std::memory_order_release) & lock_sleepers)
         futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
 }
@@ -622,6 +638,14 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
 bool take(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
     {
         kernel_region region;
+        if (single_threaded()) {
+            if (m->state.load(std::memory_order_relaxed) == 0) {
+                m->state.store(key, std::memory_order_relaxed);
+                taken(m);
+                return true;
+            }
+            // Held by this very thread: its lock is not recursive.
+        }
         std::uint32_t free = 0;
         if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
                                              std::memory_order_relaxed)) {
