@@ -407,8 +407,15 @@ void* start_routine(void* argument) {
 
 pthread_once_t handler_once = PTHREAD_ONCE_INIT;
 
+// Out of line and rarely run: kept away from the lock fast paths.
+#if defined(__GNUC__)
+#  define ZEL_COLD __attribute__((noinline, cold))
+#else
+#  define ZEL_COLD
+#endif
+
 // Honours a request deferred while the thread was inside the emulation.
-void honour_deferred(thread_object* t) noexcept {
+ZEL_COLD void honour_deferred(thread_object* t) noexcept {
     switch (t->deferred.exchange(no_request)) {
     case suspend_request:
         set_control_signal(SIG_BLOCK);
@@ -536,12 +543,6 @@ void unlink_held(mutex_object* m) noexcept {
     if (m->next)
         m->next->prev = m->prev;
 }
-
-#if defined(__GNUC__)
-#  define ZEL_COLD __attribute__((noinline, cold))
-#else
-#  define ZEL_COLD
-#endif
 
 struct held_walker {
     ~held_walker() { abandon_held_locks(); }
