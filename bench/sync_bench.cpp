@@ -1,6 +1,6 @@
 // Synchronisation costs, each zel case beside its standard-library twin:
 // uncontended acquire+release of the mutexes, a semaphore and a monitor's
-// read access, and a thread's start+wait.
+// read access, a mutex shared by two threads, and a thread's start+wait.
 #include <zel/guards.h>
 #include <zel/monitor.h>
 #include <zel/thread.h>
@@ -48,6 +48,29 @@ BENCHMARK(BM_zel_nr_mutex);
 
 void BM_std_mutex(benchmark::State& state) { std_pairs<std::mutex>(state); }
 BENCHMARK(BM_std_mutex);
+
+// Two threads taking turns on one lock with a short critical section.
+zel::mutex contended_zel;
+std::recursive_mutex contended_std;
+long contended_counter = 0;
+
+void BM_zel_mutex_contended(benchmark::State& state) {
+    for (auto _ : state) {
+        contended_zel.acquire();
+        benchmark::DoNotOptimize(++contended_counter);
+        contended_zel.release();
+    }
+}
+BENCHMARK(BM_zel_mutex_contended)->Threads(2)->UseRealTime();
+
+void BM_std_recursive_mutex_contended(benchmark::State& state) {
+    for (auto _ : state) {
+        contended_std.lock();
+        benchmark::DoNotOptimize(++contended_counter);
+        contended_std.unlock();
+    }
+}
+BENCHMARK(BM_std_recursive_mutex_contended)->Threads(2)->UseRealTime();
 
 void BM_zel_semaphore(benchmark::State& state) {
     zel::semaphore s(1);

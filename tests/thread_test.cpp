@@ -164,7 +164,6 @@ TEST(Thread, TerminatedEndlessThreadEnds) {
 }
 
 TEST(Thread, TerminatedThreadHoldingAMutexAbandonsIt) {
-    ZEL_SKIP_UNDER_TSAN_ABANDONMENT();
     struct holder : zel::thread {
         explicit holder(zel::mutex& mx) : m(mx) {}
         void run() override {

@@ -346,9 +346,13 @@ public:
 
     // --- comparison -----------------------------------------------------------------
     // The characters from pos (count of them) against the other operand:
-    // below, equal to or above 0.
+    // below, equal to or above 0. Two whole strings go straight to the
+    // kernel (inline, one memcmp over the common prefix for exact narrow
+    // comparison).
 #define ZEL_STRING_COMPARE_FAMILY(name, fn)                                                    \
     int name(string_base const& s, unsigned pos = 0) const {                                   \
+        if (pos == 0)                                                                          \
+            return traits_type::fn(data(), size(), s.data(), s.size());                        \
         return compare_with(&traits_type::fn, pos, npos, s.data(), s.size());                  \
     }                                                                                          \
     int name(C c, unsigned pos = 0) const { return compare_with(&traits_type::fn, pos, npos, &c, 1); } \

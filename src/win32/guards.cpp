@@ -18,7 +18,7 @@ kernel::handle checked(kernel::handle h) {
     return h;
 }
 
-kernel::handle new_mutex() { return checked(kernel::create_mutex()); }
+kernel::handle new_lock(bool recursive) { return checked(kernel::create_lock(recursive)); }
 
 kernel::handle new_semaphore(unsigned initial, unsigned maximum) {
     return checked(kernel::create_semaphore(static_cast<std::int32_t>(initial),
@@ -52,24 +52,24 @@ null_condition::~null_condition() = default;
 // ---------------------------------------------------------------------------
 // mutex
 
-mutex::mutex() : handle_(new_mutex()) {}
+mutex::mutex() : handle_(new_lock(true)) {}
 
-mutex::mutex(mutex const&) : mutex_base(), handle_(new_mutex()) {}
+mutex::mutex(mutex const&) : mutex_base(), handle_(new_lock(true)) {}
 
 mutex::~mutex() { kernel::close_handle(handle_); }
 
 void mutex::acquire() {
     // An abandoned mutex is simply owned now.
-    if (kernel::wait_for_single_object(handle_, kernel::infinite) == kernel::wait_failed)
+    if (kernel::acquire_lock(handle_, kernel::infinite) == kernel::wait_failed)
         ZEL_THROW(sync_error("Wait operation failed"));
 }
 
-void mutex::release() { kernel::release_mutex(handle_); }
+void mutex::release() { kernel::release_lock(handle_); }
 
 bool mutex::try_acquire(unsigned timeout) {
     if (timeout == 0)
         return false;
-    switch (kernel::wait_for_single_object(handle_, timeout)) {
+    switch (kernel::acquire_lock(handle_, timeout)) {
     case kernel::wait_object_0:
         return true;
     case kernel::wait_abandoned_0:
@@ -82,16 +82,18 @@ bool mutex::try_acquire(unsigned timeout) {
 }
 
 // ---------------------------------------------------------------------------
-// nr_mutex: a semaphore of one unit and the owner's id
+// nr_mutex: a lock that is not recursive (a semaphore of one unit on
+// Windows) and the owner's id
 
-nr_mutex::nr_mutex() : handle_(new_semaphore(1, 1)), owner_(0) {}
+nr_mutex::nr_mutex() : handle_(new_lock(false)), owner_(0) {}
 
-nr_mutex::nr_mutex(nr_mutex const&) : mutex_base(), handle_(new_semaphore(1, 1)), owner_(0) {}
+nr_mutex::nr_mutex(nr_mutex const&) : mutex_base(), handle_(new_lock(false)), owner_(0) {}
 
 nr_mutex::~nr_mutex() { kernel::close_handle(handle_); }
 
 void nr_mutex::acquire() {
-    wait_checked(handle_, kernel::infinite);
+    if (kernel::acquire_lock(handle_, kernel::infinite) == kernel::wait_failed)
+        ZEL_THROW(sync_error("Wait operation failed"));
     owner_ = kernel::current_thread_id();
 }
 
@@ -99,11 +101,16 @@ void nr_mutex::release() {
     if (owner_ != kernel::current_thread_id())
         return;
     owner_ = 0;
-    kernel::release_semaphore(handle_, 1);
+    kernel::release_lock(handle_);
 }
 
 bool nr_mutex::try_acquire(unsigned timeout) {
-    if (!wait_checked(handle_, timeout))
+    if (timeout == 0)
+        return false;
+    std::uint32_t r = kernel::acquire_lock(handle_, timeout);
+    if (r == kernel::wait_failed)
+        ZEL_THROW(sync_error("Wait operation failed"));
+    if (r != kernel::wait_object_0)
         return false;
     owner_ = kernel::current_thread_id();
     return true;

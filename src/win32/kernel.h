@@ -35,6 +35,19 @@ constexpr std::uint32_t maximum_wait_objects = 64;
 handle create_mutex() noexcept;
 bool release_mutex(handle mutex) noexcept;
 
+// The lock behind the library's mutex classes. A recursive lock is a
+// kernel mutex: its owner may take it again, and a lock whose owner ended
+// (returned or was terminated) while holding it is taken by the next waiter
+// with wait_abandoned_0. A lock that is not recursive blocks its owner's
+// second attempt and is never reported abandoned: a semaphore of one unit
+// on Windows. acquire_lock returns the wait results below (a time-out of 0
+// tests once); release_lock reports false when the caller does not own it.
+// The POSIX emulation takes and releases an uncontended lock without a
+// system call.
+handle create_lock(bool recursive) noexcept;
+std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept;
+bool release_lock(handle lock) noexcept;
+
 // A counting semaphore. Releasing fails (false, count unchanged) when
 // `count` is not positive or the count would pass the maximum.
 handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept;

@@ -2,8 +2,11 @@
 // an object that carries its own locks: no path here takes a lock shared by
 // two unrelated objects.
 //
-//   mutex      a robust recursive pthread mutex, so that a mutex whose owner
-//              ended while holding it reports "abandoned" to its next taker;
+//   mutex      the library's own lock: a word holding the owner's id, taken
+//              by one compare-exchange, with a futex wait under contention.
+//              Each thread keeps a list of the recursive locks it holds; the
+//              list is walked when the thread ends or is terminated, so that
+//              the next taker of such a lock learns it was abandoned;
 //   semaphore  an atomic count with a lock-free fast path, and a pthread
 //              mutex and condition for the threads that must sleep;
 //   event      a list of waiting threads; a pulse hands itself to the threads
@@ -23,10 +26,19 @@
 #include <ctime>
 #include <new>
 
+#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <semaphore.h>
 #include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#if __has_include(<sys/single_threaded.h>)
+#  include <sys/single_threaded.h>
+#  define ZEL_SINGLE_THREADED() (__libc_single_threaded != 0)
+#else
+#  define ZEL_SINGLE_THREADED() false
+#endif
 
 namespace zel {
 namespace kernel {
@@ -100,13 +112,22 @@ struct object {
     kind type;
 };
 
+// The top bit of a lock word: threads may sleep on it, so its release wakes
+// one. The other bits are the owner's thread id (ids never have them all 0).
+constexpr std::uint32_t lock_sleepers = 0x80000000u;
+
 struct mutex_object : object {
-    mutex_object() noexcept : object(kind::mutex) {}
-    pthread_mutex_t lock;
-    // Kept beside the pthread mutex so that a release by a thread that does
-    // not own it is refused before it reaches pthread_mutex_unlock.
-    std::atomic<std::uint32_t> owner{0};
-    unsigned depth = 0;  // the owner's acquisitions
+    explicit mutex_object(bool r) noexcept : object(kind::mutex), recursive(r) {}
+    // The futex word: the owner's id and the sleepers bit, 0 when free.
+    std::atomic<std::uint32_t> state{0};
+    bool const recursive;
+    // The rest belongs to the owner (or to whoever abandons the lock for an
+    // owner that ended): its acquisitions, whether the previous owner ended
+    // holding it, and its place on the owner's list of held locks.
+    unsigned depth = 0;
+    bool abandoned = false;
+    mutex_object* prev = nullptr;
+    mutex_object* next = nullptr;
 };
 
 struct semaphore_object : object {
@@ -261,13 +282,19 @@ thread_local thread_object* current_thread ZEL_FAST_TLS = nullptr;
 // How deep the current thread is inside this emulation's own locks.
 thread_local unsigned kernel_depth ZEL_FAST_TLS = 0;
 
+// The recursive locks this thread holds, newest first, and the lock it
+// sleeps on, if any. Only the owning thread changes them.
+thread_local mutex_object* held_locks ZEL_FAST_TLS = nullptr;
+thread_local mutex_object* sleeping_on ZEL_FAST_TLS = nullptr;
+thread_local bool held_walk_armed ZEL_FAST_TLS = false;
+
 std::atomic<std::uint32_t> last_id{0};
 
 std::uint32_t next_id() noexcept {
     std::uint32_t id;
     do
         id = last_id.fetch_add(1, std::memory_order_relaxed) + 1;
-    while (id == 0);  // skipped when the counter wraps
+    while ((id & ~lock_sleepers) == 0);  // 0 (when the counter wraps) and 2^31
     return id;
 }
 
@@ -352,6 +379,8 @@ void hand_over(thread_object* t, request what) noexcept {
     }
 }
 
+void abandon_held_locks() noexcept;
+
 void* start_routine(void* argument) {
     // volatile: read again after siglongjmp returns here.
     thread_object* volatile t = static_cast<thread_object*>(argument);
@@ -363,6 +392,7 @@ void* start_routine(void* argument) {
     // From here on the thread takes no more requests; one that arrived too
     // late for the handler is answered here.
     set_control_signal(SIG_BLOCK);
+    abandon_held_locks();
     t->ended.store(true);
     if (t->pending.exchange(no_request) != no_request)
         sem_post(&t->acknowledged);
@@ -377,8 +407,15 @@ void* start_routine(void* argument) {
 
 pthread_once_t handler_once = PTHREAD_ONCE_INIT;
 
+// Out of line and rarely run: kept away from the lock fast paths.
+#if defined(__GNUC__)
+#  define ZEL_COLD __attribute__((noinline, cold))
+#else
+#  define ZEL_COLD
+#endif
+
 // Honours a request deferred while the thread was inside the emulation.
-void honour_deferred(thread_object* t) noexcept {
+ZEL_COLD void honour_deferred(thread_object* t) noexcept {
     switch (t->deferred.exchange(no_request)) {
     case suspend_request:
         set_control_signal(SIG_BLOCK);
@@ -396,8 +433,14 @@ void honour_deferred(thread_object* t) noexcept {
 // terminated inside one stops or ends when it leaves, so no object is left
 // locked by a thread that will not come back.
 struct kernel_region {
-    kernel_region() noexcept { ++kernel_depth; }
+    // The signal fences keep the region's work (a lock word's change above
+    // all) between the two changes of the depth.
+    kernel_region() noexcept {
+        ++kernel_depth;
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+    }
     ~kernel_region() {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
         thread_object* t = current_thread;
         if (--kernel_depth == 0 && t && t->deferred.load(std::memory_order_relaxed) != no_request)
             honour_deferred(t);
@@ -452,46 +495,166 @@ private:
 // ---------------------------------------------------------------------------
 // Waits
 
-std::uint32_t wait_mutex(mutex_object* m, std::uint32_t timeout) noexcept {
-    int rc;
-    if (timeout == infinite) {
-        rc = pthread_mutex_lock(&m->lock);
-    } else if (timeout == 0) {
-        rc = pthread_mutex_trylock(&m->lock);
-    } else {
-        // The robust mutex waits on the real-time clock; a deadline kept on
-        // the monotonic clock makes a clock step forward not cut it short.
-        deadline limit(timeout);
-        for (;;) {
-            timespec mono = now(CLOCK_MONOTONIC);
-            long long left = nanos_until(limit.at, mono);
-            timespec real = now(CLOCK_REALTIME);
-            long long ns = real.tv_nsec + left % nanos_per_second;
-            real.tv_sec += static_cast<time_t>(left / nanos_per_second + ns / nanos_per_second);
-            real.tv_nsec = static_cast<long>(ns % nanos_per_second);
-            rc = pthread_mutex_timedlock(&m->lock, &real);
-            if (rc != ETIMEDOUT || limit.passed())
+// Locks
+
+long futex(std::atomic<std::uint32_t>* word, int op, std::uint32_t value,
+           timespec const* timeout) noexcept {
+    return syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(word), op, value, timeout,
+                   nullptr, 0);
+}
+
+// The owner part of a lock word.
+std::uint32_t owner_of(mutex_object const* m) noexcept {
+    return m->state.load(std::memory_order_relaxed) & ~lock_sleepers;
+}
+
+// While the process has only ever had one thread, nobody else can touch a
+// lock word, and plain loads and stores take the place of the locked
+// instructions (as the C library does for its own mutexes). Once a second
+// thread has started the C library never reports one thread again.
+bool single_threaded() noexcept { return ZEL_SINGLE_THREADED(); }
+
+// Gives the word back and wakes one sleeper if the bit says there may be
+// one. Nothing of m is read after the exchange, since its next owner may
+// close it at once; a wake on a word that has gone wakes nobody of ours.
+void unlock_word(mutex_object* m) noexcept {
+    if (single_threaded()) {
+        m->state.store(0, std::memory_order_relaxed);
+        return;
+    }
+    if (m->state.exchange(0, std::memory_order_release) & lock_sleepers)
+        futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+}
+
+void link_held(mutex_object* m) noexcept {
+    // The list is read forward from its head; the head moves last, so a walk
+    // after an interruption anywhere here finds a consistent chain.
+    m->prev = nullptr;
+    m->next = held_locks;
+    if (held_locks)
+        held_locks->prev = m;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    held_locks = m;
+}
+
+void unlink_held(mutex_object* m) noexcept {
+    (m->prev ? m->prev->next : held_locks) = m->next;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (m->next)
+        m->next->prev = m->prev;
+}
+
+struct held_walker {
+    ~held_walker() { abandon_held_locks(); }
+    void arm() noexcept {}
+};
+
+// Threads the library did not start walk their list at their end through
+// this thread-local object, made on their first recursive lock.
+thread_local held_walker walker_at_exit;
+
+ZEL_COLD void arm_walker() noexcept {
+    held_walk_armed = true;
+    walker_at_exit.arm();
+}
+
+// The current thread is ending: every recursive lock it still holds passes
+// to its next taker as abandoned. A thread that ends on its way out of a
+// sleep on a lock may have taken the wake meant for the next taker, so that
+// lock gets one more.
+void abandon_held_locks() noexcept {
+    for (mutex_object* m = held_locks; m;) {
+        mutex_object* next = m->next;  // read before another owner relinks m
+        m->depth = 0;
+        m->abandoned = true;
+        unlock_word(m);
+        m = next;
+    }
+    held_locks = nullptr;
+    if (mutex_object* m = sleeping_on) {
+        sleeping_on = nullptr;
+        futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+    }
+}
+
+// Called in the region that took m.
+void taken(mutex_object* m) noexcept {
+    if (!m->recursive)
+        return;
+    m->depth = 1;
+    if (!held_walk_armed)
+        arm_walker();
+    link_held(m);
+}
+
+// The contended path: sleeps on the word until it is free and taken, or the
+// time runs out. The sleep itself is outside any region, so a suspension or
+// termination reaches a sleeping thread at once; the take and the link to
+// the held list are one region. Out of line, to keep the fast path short.
+ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
+    deadline limit(timeout == infinite ? 0 : timeout);
+    sleeping_on = m;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    for (;;) {
+        std::uint32_t seen = m->state.load(std::memory_order_relaxed);
+        if (seen == 0) {
+            kernel_region region;
+            // Taken with the bit set: others may still sleep here.
+            if (m->state.compare_exchange_strong(seen, key | lock_sleepers,
+                                                 std::memory_order_acquire,
+                                                 std::memory_order_relaxed)) {
+                sleeping_on = nullptr;
+                taken(m);
+                return true;
+            }
+            continue;
+        }
+        if (!(seen & lock_sleepers)) {
+            if (!m->state.compare_exchange_strong(seen, seen | lock_sleepers,
+                                                  std::memory_order_relaxed))
+                continue;
+            seen |= lock_sleepers;
+        }
+        timespec left;
+        timespec const* bound = nullptr;
+        if (timeout != infinite) {
+            long long ns = nanos_until(limit.at, now(CLOCK_MONOTONIC));
+            if (ns == 0)
                 break;
+            left.tv_sec = static_cast<time_t>(ns / nanos_per_second);
+            left.tv_nsec = static_cast<long>(ns % nanos_per_second);
+            bound = &left;
+        }
+        // Returns at once when the word no longer holds `seen`.
+        futex(&m->state, FUTEX_WAIT_PRIVATE, seen, bound);
+    }
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    sleeping_on = nullptr;
+    return false;
+}
+
+// Takes m for the caller within `timeout`; true when taken. A suspension or
+// termination that arrives while the word and the held list change waits
+// until both have.
+bool take(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
+    {
+        kernel_region region;
+        if (single_threaded()) {
+            if (m->state.load(std::memory_order_relaxed) == 0) {
+                m->state.store(key, std::memory_order_relaxed);
+                taken(m);
+                return true;
+            }
+            // Held by this very thread: its lock is not recursive.
+        }
+        std::uint32_t free = 0;
+        if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                             std::memory_order_relaxed)) {
+            taken(m);
+            return true;
         }
     }
-    switch (rc) {
-    case 0:
-        if (m->depth++ == 0)
-            m->owner.store(current_thread_id(), std::memory_order_relaxed);
-        return wait_object_0;
-    case EOWNERDEAD:
-        // The previous owner ended while holding it; the caller owns it now,
-        // once.
-        pthread_mutex_consistent(&m->lock);
-        m->depth = 1;
-        m->owner.store(current_thread_id(), std::memory_order_relaxed);
-        return wait_abandoned_0;
-    case EBUSY:
-    case ETIMEDOUT:
-        return wait_timeout;
-    default:
-        return wait_failed;
-    }
+    return timeout != 0 && take_slow(m, key, timeout);
 }
 
 std::uint32_t wait_semaphore(semaphore_object* s, std::uint32_t timeout) noexcept {
@@ -586,34 +749,49 @@ std::uint32_t wait_events(std::uint32_t count, event_object* const* events,
 // ---------------------------------------------------------------------------
 // The calls
 
-handle create_mutex() noexcept {
-    kernel_region region;
-    mutex_object* m = new (std::nothrow) mutex_object();
-    if (!m)
-        return nullptr;
-    pthread_mutexattr_t attr;
-    pthread_mutexattr_init(&attr);
-    pthread_mutexattr_settype(&attr, PTHREAD_MUTEX_RECURSIVE);
-    pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
-    int rc = pthread_mutex_init(&m->lock, &attr);
-    pthread_mutexattr_destroy(&attr);
-    if (rc != 0) {
-        delete m;
-        return nullptr;
-    }
-    return m;
+handle create_lock(bool recursive) noexcept {
+    return new (std::nothrow) mutex_object(recursive);
 }
 
-bool release_mutex(handle mutex) noexcept {
-    auto* m = as<mutex_object, kind::mutex>(mutex);
+std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept {
+    auto* m = as<mutex_object, kind::mutex>(lock);
     if (!m)
-        return false;
-    if (m->owner.load(std::memory_order_relaxed) != current_thread_id())
-        return false;
-    if (--m->depth == 0)
-        m->owner.store(0, std::memory_order_relaxed);
-    return pthread_mutex_unlock(&m->lock) == 0;
+        return wait_failed;
+    std::uint32_t const key = current_thread_id() & ~lock_sleepers;
+    if (m->recursive && owner_of(m) == key) {
+        ++m->depth;
+        return wait_object_0;
+    }
+    if (!take(m, key, timeout))
+        return wait_timeout;
+    if (m->recursive && m->abandoned) {
+        m->abandoned = false;
+        return wait_abandoned_0;
+    }
+    return wait_object_0;
 }
+
+bool release_lock(handle lock) noexcept {
+    auto* m = as<mutex_object, kind::mutex>(lock);
+    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
+        return false;
+    if (!m->recursive) {
+        unlock_word(m);
+        return true;
+    }
+    if (--m->depth != 0)
+        return true;
+    // Off the list and given back in one region, so that a thread ended at
+    // any point neither keeps it nor has it on its list after it is gone.
+    kernel_region region;
+    unlink_held(m);
+    unlock_word(m);
+    return true;
+}
+
+handle create_mutex() noexcept { return create_lock(true); }
+
+bool release_mutex(handle mutex) noexcept { return release_lock(mutex); }
 
 handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept {
     kernel_region region;
@@ -673,10 +851,10 @@ std::uint32_t wait_for_single_object(handle object_handle, std::uint32_t timeout
     auto* o = static_cast<object*>(object_handle);
     if (!o)
         return wait_failed;
-    // A robust mutex needs no region: its protocol survives a thread that
-    // stops or ends anywhere inside it, and the fast path stays short.
+    // A lock needs no region: the walk at a thread's end covers a thread
+    // that stops or ends anywhere inside it, and the fast path stays short.
     if (o->type == kind::mutex)
-        return wait_mutex(static_cast<mutex_object*>(o), timeout);
+        return acquire_lock(o, timeout);
     kernel_region region;
     switch (o->type) {
     case kind::mutex:
@@ -716,8 +894,10 @@ bool close_handle(handle object_handle) noexcept {
         return false;
     switch (o->type) {
     case kind::mutex: {
+        // A lock closed while the caller holds it leaves the caller's list.
         auto* m = static_cast<mutex_object*>(o);
-        pthread_mutex_destroy(&m->lock);
+        if (m->recursive && current_id != 0 && owner_of(m) == (current_id & ~lock_sleepers))
+            unlink_held(m);
         delete m;
         break;
     }

@@ -13,14 +13,6 @@
 
 namespace zel_test {
 
-// The thread sanitizer does not follow a robust mutex to its next owner
-// after its owner ended, and reports that owner's release as a misuse.
-#if defined(__SANITIZE_THREAD__)
-#  define ZEL_SKIP_UNDER_TSAN_ABANDONMENT() GTEST_SKIP() << "abandoned mutexes confuse TSan"
-#else
-#  define ZEL_SKIP_UNDER_TSAN_ABANDONMENT() (void)0
-#endif
-
 // The longest any test waits for something that should happen promptly.
 constexpr unsigned patience_ms = 5000;
 
