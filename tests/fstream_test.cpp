@@ -8,20 +8,17 @@
 #include <zel/sstream.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
+
+#include "support/streams.h"
 
 namespace {
 
 using zel::ios_base;
 
-struct locpath_setter {
-    locpath_setter() { setenv("LOCPATH", ZEL_TEST_LOCPATH, 0); }
-} const locpath;
-
-std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
+using zel_test::text;
 
 // A scratch file named after the test, removed afterwards.
 class scratch {
@@ -56,48 +53,43 @@ TEST(Fstream, EveryOpenMode) {
         bool opens;
         char const* read;   // the first word read, null when the mode cannot read
         char const* after;  // the file after writing "NEW" (null: nothing written)
-    } const rows[] = {
+    } const rows[] = {  // each mode that opens, also with binary
         {in, true, "oldtext", nullptr},
-        {in | bin, true, "oldtext", nullptr},
         {out, true, nullptr, "NEW"},
-        {out | bin, true, nullptr, "NEW"},
         {out | app, true, nullptr, "oldtext\nNEW"},
-        {out | app | bin, true, nullptr, "oldtext\nNEW"},
         {out | trunc, true, nullptr, "NEW"},
-        {out | trunc | bin, true, nullptr, "NEW"},
         {in | out, true, "oldtext", "NEWtext\n"},
-        {in | out | bin, true, "oldtext", "NEWtext\n"},
         {in | out | trunc, true, "", "NEW"},
-        {in | out | trunc | bin, true, "", "NEW"},
         {in | ate, false, nullptr, nullptr},
         {out | ate, false, nullptr, nullptr},
         {in | out | app, false, nullptr, nullptr},
         {app, false, nullptr, nullptr},
         {0, false, nullptr, nullptr},
     };
-    for (row const& r : rows) {
-        SCOPED_TRACE(r.mode);
-        scratch file("modes");
-        file.write("oldtext\n");
-        zel::fstream f(file.name(), r.mode);
-        EXPECT_EQ(f.mode(), r.mode);
-        EXPECT_EQ(f.is_open(), r.opens);
-        EXPECT_EQ(f.fail(), !r.opens);
-        if (!r.opens)
-            continue;
-        if (r.read) {
-            zel::string word;
-            f >> word;
-            EXPECT_EQ(text(word), r.read);
-            f.clear();
-            f.seekp(0);
+    for (row const& r : rows)
+        for (long const mode : {r.mode, r.opens ? r.mode | bin : r.mode}) {
+            SCOPED_TRACE(mode);
+            scratch file("modes");
+            file.write("oldtext\n");
+            zel::fstream f(file.name(), mode);
+            EXPECT_EQ(f.mode(), mode);
+            EXPECT_EQ(f.is_open(), r.opens);
+            EXPECT_EQ(f.fail(), !r.opens);
+            if (!r.opens)
+                continue;
+            if (r.read) {
+                zel::string word;
+                f >> word;
+                EXPECT_EQ(text(word), r.read);
+                f.clear();
+                f.seekp(0);
+            }
+            if (r.after)
+                f << "NEW";
+            f.close();
+            EXPECT_FALSE(f.fail());
+            EXPECT_EQ(file.read(), r.after ? r.after : "oldtext\n");
         }
-        if (r.after)
-            f << "NEW";
-        f.close();
-        EXPECT_FALSE(f.fail());
-        EXPECT_EQ(file.read(), r.after ? r.after : "oldtext\n");
-    }
 }
 
 TEST(Fstream, OpenAndCloseFailures) {
@@ -148,14 +140,21 @@ TEST(Fstream, ATableWrittenAndReadBack) {
     EXPECT_TRUE(is.eof());
 }
 
+// Sets `loc` to a generated locale; false when localedef did not make it.
+bool generated(char const* name, zel::locale& loc) {
+    try {
+        loc = zel::locale(name);
+        return true;
+    } catch (zel::xexception const&) {
+        return false;
+    }
+}
+
 // Wide text through a named locale's multibyte form.
 void wide_round_trip(char const* locale_name, zel::wstring const& chars, std::string const& bytes) {
     zel::locale loc;
-    try {
-        loc = zel::locale(locale_name);
-    } catch (zel::xexception const&) {
+    if (!generated(locale_name, loc))
         GTEST_SKIP() << locale_name << " was not generated (localedef missing?)";
-    }
     scratch file("wide");
     {
         zel::wofstream os;
@@ -184,11 +183,8 @@ TEST(FstreamWide, ThroughUtf8AndIso8859_1) {
 
 TEST(FstreamWide, ACharacterTheLocaleCannotWriteIsABadWrite) {
     zel::locale loc;
-    try {
-        loc = zel::locale("de_DE.ISO-8859-1");
-    } catch (zel::xexception const&) {
+    if (!generated("de_DE.ISO-8859-1", loc))
         GTEST_SKIP() << "de_DE.ISO-8859-1 was not generated";
-    }
     scratch file("euro");
     zel::wofstream os;
     os.imbue(loc);

@@ -7,7 +7,6 @@
 
 #include <clocale>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctype.h>
 #include <string>
@@ -15,6 +14,8 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "support/streams.h"
 
 // glibc's newlocale keeps a copy of the LOCPATH search list it builds for
 // each call and never frees it; the leak checker of the sanitizer builds is
@@ -28,12 +29,6 @@ namespace {
 
 using zel::ldx_manager;
 using zel::locale_descriptor;
-
-// The tests' locales live in the build tree; ctest sets LOCPATH, and a run
-// of the test program by hand gets the same from here.
-struct locpath_setter {
-    locpath_setter() { setenv("LOCPATH", ZEL_TEST_LOCPATH, 0); }
-} const locpath;
 
 char const* const generated[] = {"de_DE.ISO-8859-1", "de_DE.UTF-8", "nl_NL.ISO-8859-1",
                                   "en_US.UTF-8"};
