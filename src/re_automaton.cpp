@@ -150,6 +150,32 @@ private:
     std::vector<unsigned> sample_;   // a unit of each class
     bool eligible_[256];
     int lone_unit_ = -1;             // the only unit a match can begin with
+    std::string prefix_;             // the units every match begins with (exact case, two or more)
+    void find_prefix();
+    // From q, the first position (or n) where a match may begin, when
+    // nothing is under way.
+    template <class U>
+    unsigned pass_over(U const* s, unsigned q, unsigned n) const noexcept {
+        if (sizeof(U) == 1 && !prefix_.empty()) {  // memchr for the first unit, memcmp for the rest
+            std::size_t const k = prefix_.size();
+            for (; n - q >= k; ++q) {
+                void const* hit = std::memchr(s + q, prefix_[0], n - q - k + 1);
+                if (!hit)
+                    break;
+                q = unsigned(static_cast<U const*>(hit) - s);
+                if (std::memcmp(s + q + 1, prefix_.data() + 1, k - 1) == 0)
+                    return q;
+            }
+            return n;
+        }
+        if (sizeof(U) == 1 && lone_unit_ >= 0) {
+            void const* hit = std::memchr(s + q, lone_unit_, n - q);
+            return hit ? unsigned(static_cast<U const*>(hit) - s) : n;
+        }
+        while (q < n && s[q] < 256 && !eligible_[s[q]])
+            ++q;
+        return q;
+    }
     std::int32_t initial_ = -1;      // the state before the first unit
 
     std::vector<std::string> keys_;
@@ -247,6 +273,39 @@ void re_automaton::classify() {
         }
     if (members != 1 || !exact_)
         lone_unit_ = -1;
+    find_prefix();
+}
+
+// The program from its start, while it neither branches nor tests anything
+// but single units, spells the units every match begins with; a memchr and
+// memcmp scan finds them far faster than the automaton steps over what
+// precedes them.
+void re_automaton::find_prefix() {
+    if (!exact_)
+        return;
+    unsigned st = p_.start;
+    for (unsigned visited = 0; st != 0 && visited < 256 && prefix_.size() < 255; ++visited) {
+        re_state const& x = states_[st];
+        if (x.kind == re_link || x.kind == re_open || x.kind == re_close) {
+            st = x.next1;
+        } else if (x.kind == re_char && x.arg < 256) {
+            prefix_ += char(x.arg);
+            st = x.next1;
+        } else if (x.kind == re_string) {
+            unsigned const n = x.arg >> 8;
+            for (unsigned i = 0; i < n; ++i) {
+                unsigned const u = p_.literals()[(x.arg & 0xFF) + i];
+                if (u >= 256)
+                    break;
+                prefix_ += char(u);
+            }
+            break;  // whatever follows, a unit above 255 or not, the prefix is known up to here
+        } else {
+            break;
+        }
+    }
+    if (prefix_.size() < 2)
+        prefix_.clear();
 }
 
 bool re_automaton::consume(std::uint32_t word, unsigned u, std::uint32_t& to) const noexcept {
@@ -602,13 +661,7 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         if (idle && skip) {
             // Nothing is under way: pass over the units no match begins with.
             unsigned const from = q;
-            if (sizeof(U) == 1 && lone_unit_ >= 0) {
-                void const* hit = std::memchr(s + q, lone_unit_, n - q);
-                q = hit ? unsigned(static_cast<U const*>(hit) - s) : n;
-            } else {
-                while (q < n && s[q] < 256 && !eligible_[s[q]])
-                    ++q;
-            }
+            q = pass_over(s, q, n);
             counted += q - from;
         }
         // Plain moves in a tight loop; anything else leaves it.
@@ -758,8 +811,7 @@ re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigne
         for (;; ++q) {
             if (skip && mark == npos && idle_[std::size_t(state)]) {
                 unsigned const from = q;
-                while (q < n && s[q] < 256 && !eligible_[s[q]])
-                    ++q;
+                q = pass_over(s, q, n);
                 counted += q - from;
             }
             ++counted;
