@@ -743,7 +743,12 @@ re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigne
         std::uint32_t winner;  // rank of the group ending the longest match here, npos: none
         std::uint32_t empty;   // the first empty match from here on, npos: none
     };
-    std::unordered_map<std::uint64_t, after> seen;
+    struct key_hash {  // both halves count where size_t has 32 bits
+        std::size_t operator()(std::uint64_t k) const noexcept {
+            return std::size_t((k >> 32) * 0x9E3779B97F4A7C15ull ^ (k & 0xFFFFFFFFu));
+        }
+    };
+    std::unordered_map<std::uint64_t, after, key_hash> seen;
     unsigned seen_to = 0;  // no position from here on is remembered
     unsigned seen_flushes = flushes_;
     std::vector<std::int32_t> trace;      // the states from `mark` on
