@@ -3,7 +3,8 @@
 // longest-match mode. Each workload finds every match in turn over the same
 // 1 MB of generated text (words, numbers, identifiers, blanks and new lines,
 // from a fixed seed): an identifier pattern, re_pat_double, a five-word
-// alternation, a literal and a digit run; the number pattern again with its
+// alternation, a literal, a multi-unit literal prefix before a class loop
+// and a digit run; the number pattern again with its
 // captures asked for, and a case-insensitive alternation. The counter
 // "matches" lets the engines be checked against each other. Three growth
 // cases search 64 KiB that holds no match ([a-z]*X over 'a's, (a|b)*c over
@@ -94,7 +95,7 @@ struct workload {
 };
 
 enum workload_id {
-    identifier, number, words, literal, digits, captures, ignore_case,
+    identifier, number, words, literal, prefix, digits, captures, ignore_case,
     no_match_star, alternation_star, nested_star
 };
 
@@ -105,6 +106,7 @@ workload const workloads[] = {
     {"alpha|bravo|charlie|delta|echo", "alpha|bravo|charlie|delta|echo",
      "alpha|bravo|charlie|delta|echo"},
     {"quartz", "quartz", "quartz"},
+    {"wind[a-z]*", "wind[a-z]*", "wind[a-z]*"},
     {"[0-9]+", "[0-9]+", "[0-9]+"},
     {zel::re_pat_double, R"(-?((\d+\.\d*)|(\d+)|(\.\d+))([eE][+\-]?\d+)?)",
      R"(-?(([0-9]+\.[0-9]*)|([0-9]+)|(\.[0-9]+))([eE][+-]?[0-9]+)?)", 5},
@@ -255,6 +257,7 @@ ZEL_WORKLOAD(identifier)
 ZEL_WORKLOAD(number)
 ZEL_WORKLOAD(words)
 ZEL_WORKLOAD(literal)
+ZEL_WORKLOAD(prefix)
 ZEL_WORKLOAD(digits)
 ZEL_WORKLOAD(captures)
 ZEL_WORKLOAD(ignore_case)

@@ -80,6 +80,8 @@ public:
     re_automaton(xbuf const& p, bool exact);
     template <class U>
     re_outcome search(U const* s, unsigned n, match_pair& span, std::uint64_t* steps);
+    template <class U>
+    re_outcome chain(U const* s, unsigned n, match_pair& span, unsigned& offset, std::uint64_t* steps);
 
 private:
     using thread_list = std::vector<std::uint32_t>;  // threads of width_ words each
@@ -148,6 +150,32 @@ private:
     std::vector<unsigned> sample_;   // a unit of each class
     bool eligible_[256];
     int lone_unit_ = -1;             // the only unit a match can begin with
+    std::string prefix_;             // the units every match begins with (exact case, two or more)
+    void find_prefix();
+    // From q, the first position (or n) where a match may begin, when
+    // nothing is under way.
+    template <class U>
+    unsigned pass_over(U const* s, unsigned q, unsigned n) const noexcept {
+        if (sizeof(U) == 1 && !prefix_.empty()) {  // memchr for the first unit, memcmp for the rest
+            std::size_t const k = prefix_.size();
+            for (; n - q >= k; ++q) {
+                void const* hit = std::memchr(s + q, prefix_[0], n - q - k + 1);
+                if (!hit)
+                    break;
+                q = unsigned(static_cast<U const*>(hit) - s);
+                if (std::memcmp(s + q + 1, prefix_.data() + 1, k - 1) == 0)
+                    return q;
+            }
+            return n;
+        }
+        if (sizeof(U) == 1 && lone_unit_ >= 0) {
+            void const* hit = std::memchr(s + q, lone_unit_, n - q);
+            return hit ? unsigned(static_cast<U const*>(hit) - s) : n;
+        }
+        while (q < n && s[q] < 256 && !eligible_[s[q]])
+            ++q;
+        return q;
+    }
     std::int32_t initial_ = -1;      // the state before the first unit
 
     std::vector<std::string> keys_;
@@ -163,6 +191,7 @@ private:
     std::vector<effect> effects_;
     std::size_t bytes_ = 0;
     bool refused_ = false;
+    unsigned flushes_ = 0;  // invalidates what a chain of searches remembers of state numbers
 };
 
 re_automaton::re_automaton(xbuf const& p, bool exact)
@@ -244,6 +273,39 @@ void re_automaton::classify() {
         }
     if (members != 1 || !exact_)
         lone_unit_ = -1;
+    find_prefix();
+}
+
+// The program from its start, while it neither branches nor tests anything
+// but single units, spells the units every match begins with; a memchr and
+// memcmp scan finds them far faster than the automaton steps over what
+// precedes them.
+void re_automaton::find_prefix() {
+    if (!exact_)
+        return;
+    unsigned st = p_.start;
+    for (unsigned visited = 0; st != 0 && visited < 256 && prefix_.size() < 255; ++visited) {
+        re_state const& x = states_[st];
+        if (x.kind == re_link || x.kind == re_open || x.kind == re_close) {
+            st = x.next1;
+        } else if (x.kind == re_char && x.arg < 256) {
+            prefix_ += char(x.arg);
+            st = x.next1;
+        } else if (x.kind == re_string) {
+            unsigned const n = x.arg >> 8;
+            for (unsigned i = 0; i < n; ++i) {
+                unsigned const u = p_.literals()[(x.arg & 0xFF) + i];
+                if (u >= 256)
+                    break;
+                prefix_ += char(u);
+            }
+            break;  // whatever follows, a unit above 255 or not, the prefix is known up to here
+        } else {
+            break;
+        }
+    }
+    if (prefix_.size() < 2)
+        prefix_.clear();
 }
 
 bool re_automaton::consume(std::uint32_t word, unsigned u, std::uint32_t& to) const noexcept {
@@ -309,6 +371,7 @@ std::int32_t re_automaton::initial() {
 }
 
 void re_automaton::flush() {
+    ++flushes_;
     keys_.clear();
     index_.clear();
     edges_.clear();
@@ -598,13 +661,7 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
         if (idle && skip) {
             // Nothing is under way: pass over the units no match begins with.
             unsigned const from = q;
-            if (sizeof(U) == 1 && lone_unit_ >= 0) {
-                void const* hit = std::memchr(s + q, lone_unit_, n - q);
-                q = hit ? unsigned(static_cast<U const*>(hit) - s) : n;
-            } else {
-                while (q < n && s[q] < 256 && !eligible_[s[q]])
-                    ++q;
-            }
+            q = pass_over(s, q, n);
             counted += q - from;
         }
         // Plain moves in a tight loop; anything else leaves it.
@@ -669,6 +726,163 @@ done:
     return span.position != npos ? re_found : re_missed;
 }
 
+// The last match of a chain of searches, each from the end of the match
+// before (an empty match ends the chain, and counts only as the first).
+// A search may scan past its match to learn that no longer one follows,
+// and the next one starts inside that stretch; so each search remembers,
+// for the positions from its match's end to where it stopped, the state it
+// was in and what followed: the group (by its rank in that state) that
+// ended the longest match there, if any, and the first empty match. A
+// later search that reaches a position in a state already seen there has
+// the same future, takes it and stops. Each (position, state) is scanned
+// once, so the chain costs time linear in the subject. `span` counts from
+// `offset`, where the search that found it began.
+template <class U>
+re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigned& offset, std::uint64_t* steps) {
+    struct after {
+        std::uint32_t winner;  // rank of the group ending the longest match here, npos: none
+        std::uint32_t empty;   // the first empty match from here on, npos: none
+    };
+    struct key_hash {  // both halves count where size_t has 32 bits
+        std::size_t operator()(std::uint64_t k) const noexcept {
+            return std::size_t((k >> 32) * 0x9E3779B97F4A7C15ull ^ (k & 0xFFFFFFFFu));
+        }
+    };
+    std::unordered_map<std::uint64_t, after, key_hash> seen;
+    unsigned seen_to = 0;  // no position from here on is remembered
+    unsigned seen_flushes = flushes_;
+    std::vector<std::int32_t> trace;      // the states from `mark` on
+    std::vector<unsigned> empties;        // empty matches from `mark` on
+    match_pair last{npos, npos};
+    std::uint64_t counted = 0;
+    bool const skip = !anchored_;
+
+    for (unsigned o = 0;;) {
+        if (refused_)
+            return re_refused;
+        if (keys_.empty())
+            flush();
+        if (initial_ < 0)
+            initial_ = initial();
+        if (seen_flushes != flushes_) {
+            seen.clear();
+            seen_to = 0;
+            seen_flushes = flushes_;
+        }
+        unsigned const flushes = flushes_;
+        std::uint32_t starts_at[max_groups + 1];
+        unsigned groups = 0;
+        match_pair longest{npos, npos}, empty{npos, npos};
+        std::int32_t state = initial_;
+        unsigned mark = npos, win_at = npos, win_group = npos, tail_empty = npos;
+        trace.clear();
+        empties.clear();
+
+        auto edge_on = [&](unsigned u) -> edge {
+            unsigned const cls = u < 256 ? class_of_[u] : u == end_unit ? end_class_ : class_of(u);
+            if (cls != npos) {
+                edge const e = edges_[std::size_t(state) * stride_ + cls];
+                if (e.next >= 0)
+                    return e;
+            }
+            return cls == npos ? build(state, u, false, 0) : build(state, u, true, cls);
+        };
+        auto apply = [&](edge const& e, unsigned q) {
+            effect const& fx = effects_[e.effect];
+            if (fx.match_group != npos) {
+                if (fx.match_group < fx.groups_before) {
+                    longest = {starts_at[fx.match_group], q - starts_at[fx.match_group]};
+                    win_at = q, win_group = fx.match_group;
+                } else {
+                    if (empty.position == npos)
+                        empty = {q, 0};
+                    empties.push_back(q);
+                }
+            }
+            if (fx.started)
+                starts_at[groups++] = q;
+            if (fx.keep != (std::uint64_t(1) << groups) - 1) {
+                unsigned kept = 0;
+                for (unsigned g = 0; g < groups; ++g)
+                    if ((fx.keep >> g) & 1)
+                        starts_at[kept++] = starts_at[g];
+                groups = kept;
+            }
+            state = e.next;
+            return !stopped_[std::size_t(state)];
+        };
+
+        unsigned q = o;
+        for (;; ++q) {
+            if (skip && mark == npos && idle_[std::size_t(state)]) {
+                unsigned const from = q;
+                q = pass_over(s, q, n);
+                counted += q - from;
+            }
+            ++counted;
+            if (q < seen_to && flushes == flushes_) {
+                auto const hit = seen.find(std::uint64_t(q) << 32 | std::uint32_t(state));
+                if (hit != seen.end()) {
+                    if (hit->second.winner != npos) {  // its match ends where it was remembered
+                        unsigned const from = starts_at[hit->second.winner];
+                        longest = {from, q - from};
+                    }
+                    tail_empty = hit->second.empty;
+                    if (empty.position == npos && tail_empty != npos)
+                        empty = {tail_empty, 0};
+                    break;
+                }
+            }
+            std::int32_t const before = state;
+            edge const e = edge_on(q < n ? unsigned(s[q]) : end_unit);
+            if (refused_)
+                return re_refused;
+            bool go = q < n;
+            if (e.effect)
+                go = apply(e, q) && go;
+            else
+                state = e.next;
+            if (mark == npos && longest.position != npos)
+                mark = q;
+            if (mark != npos)
+                trace.push_back(before);
+            if (!go)
+                break;
+        }
+
+        // Remember this search's states from the end of its match on.
+        if (mark != npos && flushes == flushes_) {
+            unsigned const end = longest.position + longest.length;
+            unsigned next_empty = tail_empty;
+            std::size_t k = empties.size();
+            for (unsigned i = unsigned(trace.size()); i-- > 0;) {
+                unsigned const at = mark + i;
+                if (at < end)
+                    break;
+                while (k > 0 && empties[k - 1] >= at)
+                    next_empty = empties[--k];
+                after const a{at == win_at ? win_group : npos, next_empty};
+                seen.emplace(std::uint64_t(at) << 32 | std::uint32_t(trace[i]), a);
+            }
+            seen_to = std::max(seen_to, mark + unsigned(trace.size()));
+        }
+
+        match_pair const m = longest.position != npos ? longest : empty;
+        if (m.position == npos || (m.length == 0 && last.position != npos))
+            break;
+        last = m, offset = o;
+        if (m.length == 0)
+            break;
+        o = m.position + m.length;
+    }
+    if (steps)
+        *steps += counted;
+    if (last.position == npos)
+        return re_missed;
+    span = {last.position - offset, last.length};
+    return re_found;
+}
+
 // --- the cache owned by each compiled expression ------------------------------------
 
 struct re_cache {
@@ -679,19 +893,17 @@ struct re_cache {
 re_cache* re_cache_create() { return new re_cache; }
 void re_cache_destroy(re_cache* cache) noexcept { delete cache; }
 
-re_outcome re_automaton_search(re_cache* cache, xbuf const& p, void const* subject, unsigned unit_size,
-                               unsigned length, bool exact, match_pair& span, std::uint64_t* steps) {
+namespace {
+// Runs f on the expression's automaton for the case mode: one thread at a
+// time builds in the shared cache; a thread that finds it busy builds its
+// own for the call.
+template <class F>
+re_outcome with_automaton(re_cache* cache, xbuf const& p, bool exact, F f) {
     if (p.features & (re_has_backref | re_has_trail))
         return re_refused;
-    auto run = [&](re_automaton& a) {
-        return unit_size == 1 ? a.search(static_cast<unsigned char const*>(subject), length, span, steps)
-                              : a.search(static_cast<unsigned short const*>(subject), length, span, steps);
-    };
-    // One thread at a time builds in the shared cache; a thread that finds
-    // it busy builds its own for the call.
     if (cache->busy.test_and_set(std::memory_order_acquire)) {
         re_automaton own(p, exact);
-        return run(own);
+        return f(own);
     }
     struct release {
         std::atomic_flag& busy;
@@ -700,7 +912,25 @@ re_outcome re_automaton_search(re_cache* cache, xbuf const& p, void const* subje
     std::unique_ptr<re_automaton>& a = cache->modes[exact];
     if (!a)
         a.reset(new re_automaton(p, exact));
-    return run(*a);
+    return f(*a);
+}
+} // namespace
+
+re_outcome re_automaton_search(re_cache* cache, xbuf const& p, void const* subject, unsigned unit_size,
+                               unsigned length, bool exact, match_pair& span, std::uint64_t* steps) {
+    return with_automaton(cache, p, exact, [&](re_automaton& a) {
+        return unit_size == 1 ? a.search(static_cast<unsigned char const*>(subject), length, span, steps)
+                              : a.search(static_cast<unsigned short const*>(subject), length, span, steps);
+    });
+}
+
+re_outcome re_automaton_rsearch(re_cache* cache, xbuf const& p, void const* subject, unsigned unit_size,
+                                unsigned length, bool exact, match_pair& span, unsigned& offset,
+                                std::uint64_t* steps) {
+    return with_automaton(cache, p, exact, [&](re_automaton& a) {
+        return unit_size == 1 ? a.chain(static_cast<unsigned char const*>(subject), length, span, offset, steps)
+                              : a.chain(static_cast<unsigned short const*>(subject), length, span, offset, steps);
+    });
 }
 
 } // namespace detail

@@ -594,30 +594,70 @@ match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned l
                : run_match<unsigned short>(*program_, cache_, subject, length, search, exact_case, subs, re_path::automaton, nullptr);
 }
 
+namespace {
+
 // Searches again after each match; an empty match ends the scan, and is
-// the result only when it is the first match found.
+// the result only when it is the first match found. The automaton runs the
+// whole chain at once (in linear time) and the explorer then takes the
+// captures on the last span alone; what it does not serve searches again
+// and again.
+template <class U>
+match_pair run_rmatch(xbuf const& p, detail::re_cache* cache, void const* subject, unsigned length, bool exact,
+                      match_pair* subs, re_path path, std::uint64_t* steps) {
+    U const* const s = static_cast<U const*>(subject);
+    if (path == re_path::automaton) {
+        match_pair span;
+        unsigned offset = 0;
+        re_outcome const found = re_automaton_rsearch(cache, p, subject, sizeof(U), length, exact, span, offset, steps);
+        if (found == re_missed)
+            return no_match;
+        if (found == re_found) {
+            if (!subs || p.group_count == 0)
+                return span;
+            matcher<U> m(p, s + offset, length - offset, true, exact, remembered);
+            match_pair const captured = m.at(span.position, span.position + span.length, subs);
+            if (steps)
+                *steps += m.steps();
+            return captured;
+        }
+    }
+    match_pair last = no_match;
+    match_pair found[max_groups];
+    for (unsigned offset = 0; offset <= length;) {
+        match_pair const m = run_match<U>(p, cache, s + offset, length - offset, true, exact,
+                                          subs ? found : nullptr, path, steps);
+        if (!m.found() || (m.length == 0 && last.found()))
+            break;
+        last = m;
+        if (subs)
+            std::memcpy(subs, found, p.group_count * sizeof(match_pair));
+        if (m.length == 0)
+            break;
+        offset += m.position + m.length;
+    }
+    return last;
+}
+
+} // namespace
+
+match_pair detail::regex_probe::rsearch(regex_base const& re, void const* subject, unsigned unit_size,
+                                        unsigned length, match_pair* subs, bool exact, re_path path,
+                                        std::uint64_t* steps) {
+    if (!re.program_ || re.status_ != regex_base::ok)
+        return no_match;
+    return unit_size == 1 ? run_rmatch<unsigned char>(*re.program_, re.cache_, subject, length, exact, subs, path, steps)
+                          : run_rmatch<unsigned short>(*re.program_, re.cache_, subject, length, exact, subs, path, steps);
+}
+
 match_pair regex_base::rmatch(void const* subject, unsigned unit_size, unsigned length,
                               bool exact_case, match_pair* subs) const {
     if (!program_ || status_ != ok || !subject)
         return no_match;
     if (length == npos)
         length = measure(subject, unit_size);
-    match_pair last = no_match;
-    match_pair found[max_groups];
-    unsigned const groups = program_->group_count;
-    for (unsigned offset = 0; offset <= length;) {
-        void const* rest = static_cast<char const*>(subject) + std::size_t(offset) * unit_size;
-        match_pair const m = match(rest, unit_size, length - offset, true, exact_case, subs ? found : nullptr);
-        if (!m.found() || (m.length == 0 && last.found()))
-            break;
-        last = m;
-        if (subs)
-            std::memcpy(subs, found, groups * sizeof(match_pair));
-        if (m.length == 0)
-            break;
-        offset += m.position + m.length;
-    }
-    return last;
+    return unit_size == 1
+               ? run_rmatch<unsigned char>(*program_, cache_, subject, length, exact_case, subs, re_path::automaton, nullptr)
+               : run_rmatch<unsigned short>(*program_, cache_, subject, length, exact_case, subs, re_path::automaton, nullptr);
 }
 
 // --- the public forms -------------------------------------------------------------------

@@ -97,6 +97,11 @@ enum re_outcome { re_found, re_missed, re_refused };
 re_outcome re_automaton_search(re_cache* cache, xbuf const& p, void const* subject, unsigned unit_size,
                                unsigned length, bool exact, match_pair& span, std::uint64_t* steps);
 
+// The last match of rsearch's chain of searches, counted from `offset`,
+// where the search that found it began.
+re_outcome re_automaton_rsearch(re_cache* cache, xbuf const& p, void const* subject, unsigned unit_size,
+                                unsigned length, bool exact, match_pair& span, unsigned& offset,
+                                std::uint64_t* steps);
 // How a search runs: as searches do (the automaton, then the explorer on
 // the span for captures, or the explorer alone for what the automaton does
 // not serve), the remembered exploration alone, or the reference: every
@@ -109,6 +114,9 @@ enum class re_path { automaton, remembered, reference };
 struct ZEL_API regex_probe {
     static match_pair search(regex_base const& re, void const* subject, unsigned unit_size, unsigned length,
                              match_pair* subs, bool exact, re_path path, std::uint64_t* steps = nullptr);
+    // The same for rsearch.
+    static match_pair rsearch(regex_base const& re, void const* subject, unsigned unit_size, unsigned length,
+                              match_pair* subs, bool exact, re_path path, std::uint64_t* steps = nullptr);
     // The compiled program (null without one).
     static xbuf const* program(regex_base const& re);
     // Raises compile error `code` the way a compile does.
