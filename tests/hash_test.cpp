@@ -22,6 +22,7 @@ namespace {
 using zel::hash_table_engine;
 using zel_test::counted;
 using zel_test::expect_container_error;
+using zel_test::key_of;
 using zel_test::no_leaks;
 
 char const* const source = "src/hashbase.cpp";
@@ -335,11 +336,6 @@ TEST(Hash, TypedInterface) {
 // ---------------------------------------------------------------------------
 // Seeded runs beside the std twins.
 
-template <class K>
-K const& key_of(K const& k) { return k; }
-template <class K, class V>
-K const& key_of(std::pair<K const, V> const& p) { return p.first; }
-
 // Erases one element of the twin equal to v.
 template <class Twin, class V>
 void erase_one(Twin& twin, V const& v) {
@@ -506,43 +502,32 @@ void run_beside_std(unsigned seed, int steps, Make make) {
 int small(zel_test::model_run& run) { return int(run.pick(400)); }
 counted word(zel_test::model_run& run) { return counted(std::to_string(run.pick(300))); }
 
-TEST(Hash, SetRunsBesideUnorderedSet) {
-    run_beside_std<zel::hash_set<int>, false, false, std::unordered_set<int>>(1, 4000, small);
+// Each table with ints, then with counted strings inside a leak guard.
+TEST(Hash, RunsBesideTheUnorderedTwins) {
     no_leaks guard;
+    run_beside_std<zel::hash_set<int>, false, false, std::unordered_set<int>>(1, 4000, small);
     run_beside_std<zel::hash_set<counted, counted_hash>, false, false,
                    std::unordered_set<counted, counted_hash>>(2, 2000, word);
-}
-
-TEST(Hash, MultisetRunsBesideUnorderedMultiset) {
     run_beside_std<zel::hash_multiset<int>, true, false, std::unordered_multiset<int>>(3, 4000, small);
-    no_leaks guard;
     run_beside_std<zel::hash_multiset<counted, counted_hash>, true, false,
                    std::unordered_multiset<counted, counted_hash>>(4, 2000, word);
-}
-
-TEST(Hash, MapRunsBesideUnorderedMap) {
     auto pairs = [](zel_test::model_run& run) { return std::pair<int const, int>(small(run), small(run)); };
     run_beside_std<zel::hash_map<int, int>, false, true, std::unordered_map<int, int>>(5, 4000, pairs);
-    no_leaks guard;
     auto words = [](zel_test::model_run& run) {
         return std::pair<counted const, counted>(word(run), word(run));
     };
     run_beside_std<zel::hash_map<counted, counted, counted_hash>, false, true,
                    std::unordered_map<counted, counted, counted_hash>>(6, 2000, words);
-}
-
-TEST(Hash, MultimapRunsBesideUnorderedMultimap) {
-    auto pairs = [](zel_test::model_run& run) {
+    auto multi_pairs = [](zel_test::model_run& run) {
         return std::pair<int const, int>(small(run) / 2, int(run.pick(3)));
     };
     run_beside_std<zel::hash_multimap<int, int>, true, true, std::unordered_multimap<int, int>>(
-        7, 4000, pairs);
-    no_leaks guard;
-    auto words = [](zel_test::model_run& run) {
+        7, 4000, multi_pairs);
+    auto multi_words = [](zel_test::model_run& run) {
         return std::pair<counted const, counted>(word(run), std::to_string(run.pick(3)));
     };
     run_beside_std<zel::hash_multimap<counted, counted, counted_hash>, true, true,
-                   std::unordered_multimap<counted, counted, counted_hash>>(8, 2000, words);
+                   std::unordered_multimap<counted, counted, counted_hash>>(8, 2000, multi_words);
 }
 
 } // namespace

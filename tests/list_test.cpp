@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 
 #include "support/counted.h"
+#include "support/model.h"
 
 namespace {
 
@@ -44,165 +45,152 @@ std::list<T> to_std(zel::list<T> const& l) {
 }
 
 template <class T>
-T nth(std::list<T> const& m, unsigned i) {
-    return *std::next(m.begin(), i);
-}
-
-template <class T>
 typename zel::list<T>::iterator at(zel::list<T>& l, unsigned i) {
     return std::next(l.begin(), i);
 }
 
 template <class T, class Make>
 void run_beside_std(unsigned seed, int steps, Make make) {
-    std::mt19937 rng(seed);
-    auto pick = [&](unsigned n) { return n == 0 ? 0u : unsigned(rng() % n); };
+    zel_test::model_run run(seed);
     zel::less<T> const order;
     zel::equal_to<T> const equal;
     probe<T> l;
-    std::list<T> model;
-    for (int step = 0; step < steps; ++step) {
-        unsigned const n = unsigned(model.size());
-        unsigned const a = pick(n + 1), k = pick(n - a + 1), b = a + k;
-        bool const relink = pick(2) == 0;
-        unsigned const op = pick(16);
-        switch (op) {
-        case 0: case 1: {
-            T x = make(rng());
-            if (pick(2)) { l.push_back(x); model.push_back(x); }
-            else { l.push_front(x); model.push_front(x); }
-            break;
-        }
-        case 2: {
-            unsigned m = pick(4);
-            T x = make(rng());
-            if (pick(2)) { l.raw().insert(a, &x, m); model.insert(std::next(model.begin(), a), m, x); }
-            else { l.insert(at(l, a), m, x); model.insert(std::next(model.begin(), a), m, x); }
-            break;
-        }
-        case 3: {   // a range of our own, by index and by cursor
-            std::list<T> src(std::next(model.begin(), a), std::next(model.begin(), b));
-            unsigned to = pick(n + 1);
-            if (pick(2)) l.raw().insert(to, l.raw(), a, k);
+    std::list<T> twin;
+    auto x = [&] { return make(run.rng()()); };
+    auto tw = [&](unsigned i) { return std::next(twin.begin(), i); };
+    // Every step draws a range [a, b) of k elements and whether to relink;
+    // `by_index` picks the engine's index form over the cursor form.
+    unsigned n = 0, a = 0, k = 0, b = 0;
+    bool relink = false, by_index = false;
+    auto filled = [&](probe<T>& o, unsigned most) {
+        for (unsigned i = run.pick(most); i; --i) o.push_back(x());
+        return to_std(o);
+    };
+    run.op("push", 2, [&] {
+           T e = x();
+           if (by_index) { l.push_back(e); twin.push_back(e); }
+           else { l.push_front(e); twin.push_front(e); }
+       })
+        .op("insert copies", 1, [&] {
+            unsigned m = run.pick(4);
+            T e = x();
+            if (by_index) l.raw().insert(a, &e, m);
+            else l.insert(at(l, a), m, e);
+            twin.insert(tw(a), m, e);
+        })
+        .op("insert a range of our own", 1, [&] {
+            std::list<T> src(tw(a), tw(b));
+            unsigned to = run.pick(n + 1);
+            if (by_index) l.raw().insert(to, l.raw(), a, k);
             else l.raw().insert(at(l, to).cursor(), at(l, a).cursor(), at(l, b).cursor());
-            model.insert(std::next(model.begin(), to), src.begin(), src.end());
-            break;
-        }
-        case 4:
-            if (pick(2)) l.raw().erase(a, k);
+            twin.insert(tw(to), src.begin(), src.end());
+        })
+        .op("erase a range", 1, [&] {
+            if (by_index) l.raw().erase(a, k);
             else l.erase(at(l, a), at(l, b));
-            model.erase(std::next(model.begin(), a), std::next(model.begin(), b));
-            break;
-        case 5:
-            if (n != 0) {
-                unsigned i = pick(n);
-                l.erase(at(l, i));
-                model.erase(std::next(model.begin(), i));
-            }
-            break;
-        case 6:
-            if (pick(2)) { l.raw().pop_back(k); for (unsigned i = 0; i < k; ++i) model.pop_back(); }
-            else { l.raw().pop_front(k); for (unsigned i = 0; i < k; ++i) model.pop_front(); }
-            break;
-        case 7:   // keep a range of our own
-            if (pick(2)) l.raw().assign(l.raw(), a, k);
+            twin.erase(tw(a), tw(b));
+        })
+        .op("erase one", 1, [&] {
+            if (n == 0) return;
+            unsigned i = run.pick(n);
+            l.erase(at(l, i));
+            twin.erase(tw(i));
+        })
+        .op("pop k", 1, [&] {
+            if (by_index) { l.raw().pop_back(k); for (unsigned i = 0; i < k; ++i) twin.pop_back(); }
+            else { l.raw().pop_front(k); for (unsigned i = 0; i < k; ++i) twin.pop_front(); }
+        })
+        .op("keep a range of our own", 1, [&] {
+            if (by_index) l.raw().assign(l.raw(), a, k);
             else l.raw().assign(at(l, a).cursor(), at(l, b).cursor());
-            model = std::list<T>(std::next(model.begin(), a), std::next(model.begin(), b));
-            break;
-        case 8: {
-            T x = n ? nth(model, pick(n)) : make(rng());
-            auto flags = zel::list_engine::lsv_flags(pick(4));
-            l.raw().remove(&x, equal, flags);
+            twin = std::list<T>(tw(a), tw(b));
+        })
+        .op("remove all, first, last or (other flags) none", 1, [&] {
+            T e = n ? *tw(run.pick(n)) : x();
+            auto flags = zel::list_engine::lsv_flags(run.pick(4));
+            l.raw().remove(&e, equal, flags);
             if (flags == engine::lsv_all) {
-                model.remove(x);
+                twin.remove(e);
             } else if (flags == engine::lsv_first) {
-                auto it = std::find(model.begin(), model.end(), x);
-                if (it != model.end()) model.erase(it);
+                auto it = std::find(twin.begin(), twin.end(), e);
+                if (it != twin.end()) twin.erase(it);
             } else if (flags == engine::lsv_last) {
-                auto it = std::find(model.rbegin(), model.rend(), x);
-                if (it != model.rend()) model.erase(std::prev(it.base()));
+                auto it = std::find(twin.rbegin(), twin.rend(), e);
+                if (it != twin.rend()) twin.erase(std::prev(it.base()));
             }
-            break;
-        }
-        case 9:
-            if (pick(2)) { l.unique(); model.unique(); }
-            else { l.reverse(); model.reverse(); }
-            break;
-        case 10:
-            l.sort();
-            model.sort();
-            break;
-        case 11: {   // merge a sorted list into the sorted list
+        })
+        .op("unique or reverse", 1, [&] {
+            if (by_index) { l.unique(); twin.unique(); }
+            else { l.reverse(); twin.reverse(); }
+        })
+        .op("sort", 1, [&] { l.sort(); twin.sort(); })
+        .op("merge a sorted list into the sorted list", 1, [&] {
             probe<T> other;
-            for (unsigned i = pick(20); i; --i) other.push_back(make(rng()));
+            filled(other, 20);
             other.sort();
             l.sort();
-            model.sort();
-            std::list<T> m2 = to_std(other);
+            twin.sort();
+            std::list<T> t2 = to_std(other);
             l.raw().merge(other.raw(), relink, zel::order_comparator<T, zel::less<T>>(order));
-            model.merge(m2);
+            twin.merge(t2);
             ASSERT_TRUE(other.empty());
             other.check();
-            break;
-        }
-        case 12: {   // splice from another list, by index and by cursor
+        })
+        .op("splice from another list", 1, [&] {
             probe<T> other;
-            for (unsigned i = pick(8); i; --i) other.push_back(make(rng()));
-            std::list<T> m2 = to_std(other);
-            unsigned f = pick(unsigned(m2.size()) + 1), m = pick(unsigned(m2.size()) - f + 1);
-            auto mf = std::next(m2.begin(), f), ml = std::next(mf, m);
-            if (pick(2)) l.raw().splice(a, other.raw(), relink, f, m);
+            std::list<T> t2 = filled(other, 8);
+            unsigned f = run.pick(unsigned(t2.size()) + 1), m = run.pick(unsigned(t2.size()) - f + 1);
+            auto tf = std::next(t2.begin(), f), tl = std::next(tf, m);
+            if (by_index) l.raw().splice(a, other.raw(), relink, f, m);
             else l.raw().splice(at(l, a).cursor(), other.raw(), relink, at(other, f).cursor(),
                                 at(other, f + m).cursor());
-            model.splice(std::next(model.begin(), a), m2, mf, ml);
+            twin.splice(tw(a), t2, tf, tl);
             other.check();
-            ASSERT_EQ(to_std(other), m2);
-            break;
-        }
-        case 13: {   // splice within the list
-            unsigned to = pick(n + 1);
-            if (to >= a && to < b) break;   // a position inside the range
+            ASSERT_EQ(to_std(other), t2);
+        })
+        .op("splice within the list", 1, [&] {
+            unsigned to = run.pick(n + 1);
+            if (by_index) {   // the index forms leave the list as it is
+                l.raw().splice(to, l.raw(), relink);
+                l.raw().splice(to, l.raw(), relink, a, k);
+                return;
+            }
             l.raw().splice(at(l, to).cursor(), l.raw(), relink, at(l, a).cursor(), at(l, b).cursor());
-            model.splice(std::next(model.begin(), to), model, std::next(model.begin(), a),
-                         std::next(model.begin(), b));
-            break;
-        }
-        case 14: {   // swap there and back, with and without relinking
+            if (to < a || to >= b)   // a position inside the range leaves it too
+                twin.splice(tw(to), twin, tw(a), tw(b));
+        })
+        .op("swap there and back, then resize", 1, [&] {
             probe<T> other;
-            for (unsigned i = pick(2 * n + 2); i; --i) other.push_back(make(rng()));
-            std::list<T> m2 = to_std(other);
+            std::list<T> t2 = filled(other, 2 * n + 2);
             l.raw().swap(other.raw(), relink);
             other.check();
             l.check();
-            ASSERT_EQ(to_std(l), m2);
-            ASSERT_EQ(to_std(other), model);
+            ASSERT_EQ(to_std(l), t2);
+            ASSERT_EQ(to_std(other), twin);
             l.raw().swap(other.raw(), !relink);
-            T x = make(rng());
-            unsigned m = pick(2 * n + 2);
-            l.resize(m, x);
-            model.resize(m, x);
-            break;
-        }
-        case 15:   // reads by index through the cache
+            T e = x();
+            unsigned m = run.pick(2 * n + 2);
+            l.resize(m, e);
+            twin.resize(m, e);
+        })
+        .op("reads by index through the cache", 1, [&] {
             for (unsigned r = 0; r < 4 && n != 0; ++r) {
-                unsigned i = pick(n);
-                ASSERT_EQ(l[i], nth(model, i)) << "step " << step;
+                unsigned i = run.pick(n);
+                ASSERT_EQ(l[i], *tw(i));
                 ASSERT_EQ(l.cache_index_, i);
             }
-            break;
-        }
-        ASSERT_NO_THROW(l.check()) << "step " << step << ", operation " << op;
-        ASSERT_EQ(l.size(), model.size()) << "step " << step << ", operation " << op;
-        ASSERT_EQ(to_std(l), model) << "step " << step << ", operation " << op;
-        ASSERT_TRUE(std::equal(l.rbegin(), l.rend(), model.rbegin())) << "step " << step;
-    }
+        });
+    run.go(steps, [&] {
+        ASSERT_NO_THROW(l.check());
+        zel_test::expect_same_sequence(l, twin);
+        n = unsigned(twin.size());   // the next step's draws
+        a = run.pick(n + 1), k = run.pick(n - a + 1), b = a + k;
+        relink = run.chance(50), by_index = run.chance(50);
+    });
 }
 
-TEST(List, RunsBesideStdListWithInts) {
+TEST(List, RunsBesideStdList) {
     run_beside_std<int>(7, 4000, [](unsigned r) { return int(r % 50); });
-}
-
-TEST(List, RunsBesideStdListWithCountedStrings) {
     no_leaks guard;
     run_beside_std<counted>(11, 2000, [](unsigned r) { return counted(std::to_string(r % 40)); });
 }
@@ -330,31 +318,6 @@ TEST(ListEngine, Distance) {
     EXPECT_EQ(l.distance(l.sentinel(), l.pos(2)), -3);
 }
 
-TEST(ListEngine, RemoveUniqueSortReverseEdges) {
-    zel::list<int> l{1, 2, 1, 3, 1};
-    l.remove(1, zel::list_engine::lsv_last);
-    EXPECT_EQ(l, (zel::list<int>{1, 2, 1, 3}));
-    l.remove(1, zel::list_engine::lsv_first);
-    EXPECT_EQ(l, (zel::list<int>{2, 1, 3}));
-    l.remove(2, zel::list_engine::lsv_flags(3));   // other flag values erase nothing
-    EXPECT_EQ(l, (zel::list<int>{2, 1, 3}));
-
-    zel::list<int> u{1, 1, 2, 2, 2, 1};
-    u.unique();
-    EXPECT_EQ(u, (zel::list<int>{1, 2, 1}));
-
-    zel::list<int> one{4};
-    one.sort();
-    one.reverse();
-    EXPECT_EQ(one, zel::list<int>{4});
-    zel::list<int> three{3, 1, 2};
-    three.sort();
-    EXPECT_EQ(three, (zel::list<int>{1, 2, 3}));
-    three.reverse();
-    EXPECT_EQ(three, (zel::list<int>{3, 2, 1}));
-    three.check();
-}
-
 // The runs are merged back from the latest to the earliest, and the list
 // being filled keeps its nodes ahead of equal ones: equal elements of the
 // last run end up in front of those of the earlier runs.
@@ -375,25 +338,6 @@ TEST(ListEngine, SortMergesTheRunsFromTheLatest) {
     EXPECT_TRUE(std::is_sorted(big.begin(), big.end(), by_key));
     EXPECT_EQ(big.size(), 3001u);
     big.check();
-}
-
-TEST(ListEngine, SwapWithRelinkingMovesTheRings) {
-    probe<int> a, b{1, 2, 3};
-    a.raw().swap(b.raw(), true);
-    EXPECT_EQ(a, (zel::list<int>{1, 2, 3}));
-    EXPECT_TRUE(b.empty());
-    EXPECT_EQ(b.sentinel_.next, b.sentinel());
-    EXPECT_EQ(b.sentinel_.prev, b.sentinel());
-    a.check();
-    b.check();
-    // Splicing a list into itself by index does nothing.
-    a.raw().splice(0, a.raw(), true);
-    a.raw().splice(1, a.raw(), true, 0, 2);
-    EXPECT_EQ(a, (zel::list<int>{1, 2, 3}));
-    // A position inside the range moved within one list leaves it as it is.
-    a.splice(std::next(a.begin()), a, a.begin(), a.end());
-    EXPECT_EQ(a, (zel::list<int>{1, 2, 3}));
-    a.check();
 }
 
 TEST(ListEngine, FailingCopiesLeaveTheListWhole) {

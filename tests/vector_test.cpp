@@ -3,13 +3,14 @@
 // behaviours, rollback of a failing copy, and the errors with their texts.
 #include <zel/vector.h>
 
-#include <random>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "support/counted.h"
+#include "support/model.h"
 
 namespace {
 
@@ -34,95 +35,78 @@ struct probe : zel::vector<T> {
 
 template <class T, class Make>
 void run_beside_std(unsigned seed, Make make) {
-    std::mt19937 rng(seed);
-    auto pick = [&](unsigned n) { return n == 0 ? 0u : unsigned(rng() % n); };
-    zel::vector<T> v;
-    std::vector<T> model;
-    for (int step = 0; step < 4000; ++step) {
-        unsigned const n = model.size();
-        switch (pick(12)) {
-        case 0: case 1: {
-            T x = make(rng());
-            v.push_back(x);
-            model.push_back(x);
-            break;
-        }
-        case 2:
-            if (n) { v.pop_back(); model.pop_back(); }
-            break;
-        case 3: {
-            unsigned at = pick(n + 1), k = pick(5);
-            T x = make(rng());
-            v.insert(v.begin() + at, k, x);
-            model.insert(model.begin() + at, k, x);
-            break;
-        }
-        case 4: {   // a range of our own, into ourselves
-            unsigned a = pick(n + 1), b = a + pick(n - a + 1), at = pick(n + 1);
-            std::vector<T> src(model.begin() + a, model.begin() + b);
+    zel_test::model_run run(seed);
+    probe<T> v;
+    std::vector<T> twin;
+    auto x = [&] { return make(run.rng()()); };
+    unsigned a = 0, b = 0, at = 0;   // a range [a, b) and a position, drawn per step
+    auto draw = [&](unsigned most) {
+        unsigned const n = unsigned(twin.size());
+        a = run.pick(n + 1), b = a + run.pick(std::min(n - a, most) + 1), at = run.pick(n + 1);
+    };
+    run.op("push_back", 2, [&] { T e = x(); v.push_back(e); twin.push_back(e); })
+        .op("pop_back", 1, [&] { if (!twin.empty()) { v.pop_back(); twin.pop_back(); } })
+        .op("insert copies", 1, [&] {
+            draw(0);
+            unsigned k = run.pick(5);
+            T e = x();
+            v.insert(v.begin() + at, k, e);
+            twin.insert(twin.begin() + at, k, e);
+        })
+        .op("insert a range of our own", 1, [&] {
+            draw(~0u);
+            std::vector<T> src(twin.begin() + a, twin.begin() + b);
             v.insert(v.begin() + at, v.begin() + a, v.begin() + b);
-            model.insert(model.begin() + at, src.begin(), src.end());
-            break;
-        }
-        case 5: {
-            unsigned a = pick(n + 1), b = a + pick(std::min(n - a, 8u) + 1);
+            twin.insert(twin.begin() + at, src.begin(), src.end());
+        })
+        .op("erase a range", 1, [&] {
+            draw(8);
             v.erase(v.begin() + a, v.begin() + b);
-            model.erase(model.begin() + a, model.begin() + b);
-            break;
-        }
-        case 6: {
-            unsigned k = pick(2 * n + 3);
-            T x = make(rng());
-            v.resize(k, x);
-            model.resize(k, x);
-            break;
-        }
-        case 7: {   // insert a caller's range, then one of our own elements
+            twin.erase(twin.begin() + a, twin.begin() + b);
+        })
+        .op("resize", 1, [&] {
+            unsigned k = run.pick(2 * unsigned(twin.size()) + 3);
+            T e = x();
+            v.resize(k, e);
+            twin.resize(k, e);
+        })
+        .op("insert a caller's range, then one of our own elements", 1, [&] {
             std::vector<T> src;
-            for (unsigned k = pick(6); k; --k) src.push_back(make(rng()));
-            unsigned at = pick(n + 1);
+            for (unsigned k = run.pick(6); k; --k) src.push_back(x());
+            draw(0);
             v.insert(v.begin() + at, src.begin(), src.end());
-            model.insert(model.begin() + at, src.begin(), src.end());
-            if (!model.empty()) {
-                unsigned from = pick(unsigned(model.size()));
-                T x = model[from];
-                v.insert(v.begin(), v[from]);
-                model.insert(model.begin(), x);
-            }
-            break;
-        }
-        case 8:
-            if (pick(8) == 0) { v.sort(); std::stable_sort(model.begin(), model.end()); }
-            else { v.reverse(); std::reverse(model.begin(), model.end()); }
-            break;
-        case 9: {
-            zel::vector<T> other(v);
+            twin.insert(twin.begin() + at, src.begin(), src.end());
+            if (twin.empty()) return;
+            unsigned from = run.pick(unsigned(twin.size()));
+            T e = twin[from];
+            v.insert(v.begin(), v[from]);
+            twin.insert(twin.begin(), e);
+        })
+        .op("sort or reverse", 1, [&] {
+            if (run.chance(12)) { v.sort(); std::stable_sort(twin.begin(), twin.end()); }
+            else { v.reverse(); std::reverse(twin.begin(), twin.end()); }
+        })
+        .op("copy, swap and assign a range of our own", 1, [&] {
+            probe<T> other(v);
             v.swap(other);
             ASSERT_EQ(other, v);
-            if (pick(2)) { unsigned a = pick(n + 1), b = a + pick(n - a + 1);
+            if (run.chance(50)) {
+                draw(~0u);
                 v.assign(v.begin() + a, v.begin() + b);
-                model = std::vector<T>(model.begin() + a, model.begin() + b); }
-            break;
-        }
-        case 10:
-            v.reserve(n + pick(40));
-            break;
-        case 11:
-            if (pick(30) == 0) { v.clear(); model.clear(); }
-            break;
-        }
-        ASSERT_NO_THROW(v.check()) << "step " << step;
-        ASSERT_EQ(v.size(), model.size()) << "step " << step;
-        ASSERT_TRUE(std::equal(v.begin(), v.end(), model.begin())) << "step " << step;
+                twin = std::vector<T>(twin.begin() + a, twin.begin() + b);
+            }
+        })
+        .op("reserve", 1, [&] { v.reserve(unsigned(twin.size()) + run.pick(40)); })
+        .op("clear", 1, [&] { if (run.chance(3)) { v.clear(); twin.clear(); } });
+    run.go(4000, [&] {
+        ASSERT_NO_THROW(v.check());
         ASSERT_LE(v.size(), v.capacity());
-    }
+        zel_test::expect_same_sequence(v, twin);
+    });
 }
 
-TEST(Vector, RunsBesideStdVectorWithInts) {
+TEST(Vector, RunsBesideStdVector) {
     run_beside_std<int>(7, [](unsigned r) { return int(r % 1000); });
-}
-
-TEST(Vector, RunsBesideStdVectorWithCountedStrings) {
     no_leaks guard;
     run_beside_std<counted>(11, [](unsigned r) { return counted(std::to_string(r % 500)); });
 }

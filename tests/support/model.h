@@ -83,6 +83,12 @@ private:
     unsigned total_ = 0;
 };
 
+// The key of a set's element or of a map's pair.
+template <class K>
+K const& key_of(K const& k) { return k; }
+template <class K, class V>
+K const& key_of(std::pair<K const, V> const& p) { return p.first; }
+
 namespace detail {
 
 template <class T>
@@ -105,13 +111,14 @@ std::vector<typename plain<typename C::value_type>::type> listed(C const& c) {
 
 } // namespace detail
 
-// The same elements in the same order (ordered containers, sequences), and
-// iteration backwards agrees when both are bidirectional.
+// The same elements in the same order (ordered containers, sequences),
+// walking forwards and backwards.
 template <class C, class Twin>
 void expect_same_sequence(C const& c, Twin const& twin) {
     ASSERT_EQ(c.size(), twin.size());
     ASSERT_EQ(detail::listed(c), detail::listed(twin));
     ASSERT_EQ(std::size_t(std::distance(c.begin(), c.end())), twin.size());
+    ASSERT_TRUE(std::equal(c.rbegin(), c.rend(), twin.rbegin(), twin.rend())) << "walking backwards";
 }
 
 // The same elements in any order (hashed containers): both listings sorted,
