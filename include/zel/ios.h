@@ -163,7 +163,7 @@ public:
 private:
     // The number facets read the locale in place: a copy of it per value
     // would cost two atomic operations on its engine.
-    friend class num_base;
+    friend struct num_base;
     template <class C, class It> friend class num_get;
 
     void expand_data(unsigned i);
