@@ -513,8 +513,7 @@ typename numpunct<C>::string_type numpunct<C>::do_falsename() const {
 
 namespace {
 
-char decimal_point_of(ios_base const& io, locale::id& punct_id) {
-    locale const loc = io.getloc();
+char decimal_point_of(locale const& loc, locale::id& punct_id) {
     char const p = loc.use(punct_id)->facet_ldx()->decimal_point[0];
     return p != '\0' ? p : '.';
 }
@@ -622,7 +621,7 @@ unsigned num_base::insert(text_sink text, fill_sink fill, void* context, ios_bas
     }
     // Floating point goes through snprintf: under the "C" locale on this
     // thread, with the locale's point put in by the engine.
-    char const point = decimal_point_of(io, punct_id);
+    char const point = decimal_point_of(io.loc_, punct_id);
     detail::thread_locale scope(detail::c_native());
     if (code == t_ldouble)
         return zel::insert(text, context, fill, fill_char, load<long double>(value), width,
@@ -711,7 +710,7 @@ void num_base::extract(number_getter get, space_predicate space, void* context, 
         }
         // strtod under the "C" locale on this thread; the engine reads the
         // locale's point and hands "." to strtod.
-        unsigned char const point = static_cast<unsigned char>(decimal_point_of(io, punct_id));
+        unsigned char const point = static_cast<unsigned char>(decimal_point_of(io.loc_, punct_id));
         detail::thread_locale scope(detail::c_native());
         long double v = 0;
         zel::extract(get, context, space, context, point, flags, v, &at_end);
@@ -920,8 +919,7 @@ InIt num_get<C, InIt>::do_get(InIt it, InIt end, ios_base& io, long& error, num_
                               void* value) const {
     if (code == t_bool && (io.flags() & ios_flags::boolalpha) != 0)
         return get_boolalpha(it, end, io, error, *static_cast<bool*>(value));
-    locale const loc = io.getloc();
-    source s{&it, &end, &use_facet<ctype<C>>(loc)};
+    source s{&it, &end, &use_facet<ctype<C>>(io.loc_)};
     extract(&cget, &cspace, &s, io, error, numpunct<C>::id, code, value);
     return it;
 }

@@ -1,7 +1,8 @@
 // basic_stringbuf: a stream buffer whose get and put areas both point into
 // the storage of one private string. Writing overwrites from the start;
-// when the put area is full the string grows by 32 blanks beyond what has
-// been written (see streambuf.h for the size that leaves).
+// when the put area is full it is extended to 32 blanks beyond what has
+// been written (see streambuf.h for the size that leaves), inside a string
+// that doubles, so a long text costs linear time.
 #include <zel/streambuf.h>
 
 #include <cstdint>
@@ -74,11 +75,22 @@ int basic_stringbuf<C>::overflow(int c) {
     long const g = long(this->gptr() - this->eback());
     long const e = long(this->egptr() - this->eback());
     long const w = long(this->pptr() - this->pbase());
-    str_.resize(unsigned(w + 32), C(' '));
-    str_.unique();
+    unsigned const need = unsigned(w + 32);
+    // The put area ends 32 characters past what has been written, but the
+    // string itself grows geometrically: the characters past the put area
+    // are blanks no member shows until the area reaches them, and each
+    // growth then moves the string at most once for as many characters as
+    // it already holds.
+    if (str_.size() < need) {
+        unsigned const size = str_.size();
+        unsigned const room = str_.max_size();
+        unsigned const grown = need < room && room - need > size ? need + size : need;
+        str_.resize(grown, C(' '));
+        str_.unique();
+    }
     C* d = const_cast<C*>(str_.data());
     this->setg(d, d + g, d + e);
-    this->setp(d, d + w + 32);
+    this->setp(d, d + need);
     this->pbump(w);
     *this->pptr() = base::to_char(c);
     this->pbump(1);

@@ -370,6 +370,13 @@ TYPED_TEST(buffer_types, StringGrowth) {
     ASSERT_EQ(got.size(), 100u);
     for (unsigned i = 0; i < 100; ++i)
         EXPECT_EQ(got[i], C(model[i]));
+    // The rest of the put area is blanks, and the area ends there.
+    EXPECT_EQ(b.pubseekoff(0, ios_base::end, ios_base::out), 128);
+    EXPECT_EQ(b.pubseekoff(1, ios_base::end, ios_base::out), -1);
+    str const padded = b.str();
+    ASSERT_EQ(padded.size(), 128u);
+    for (unsigned i = 100; i < 128; ++i)
+        EXPECT_EQ(padded[i], C(' '));
     // A wide 0xFFFF meeting a full area reads as end of file.
     if constexpr (sizeof(C) == 2) {
         probe w(text<str>("ab"), ios_base::out);

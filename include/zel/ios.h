@@ -161,6 +161,11 @@ public:
     unsigned word_count() const noexcept { return nwords_; }
 
 private:
+    // The number facets read the locale in place: a copy of it per value
+    // would cost two atomic operations on its engine.
+    friend struct num_base;
+    template <class C, class It> friend class num_get;
+
     void expand_data(unsigned i);
     void copy_data(ios_base const& other);
     void free_data() noexcept;
