@@ -84,6 +84,11 @@ public:
     // *src when first is all. A null src does nothing; pos > size raises
     // out_of_range. A source inside this engine's block, or a size the
     // capacity policy rejects, takes the new-block path.
+    // Kept behaviour a caller must know: in place, when count exceeds the
+    // elements behind pos, the part that lands past the old end is copied
+    // from src[tail..] (tail = size - pos), not src[first + tail..]; the
+    // result is exact only for first == 0, which is how the typed layer
+    // calls it.
     void insert(unsigned pos, void const* src, unsigned first, unsigned count);
     // Inserts all of other (itself too: that always builds a new block).
     void insert(unsigned pos, vector_engine const& other);
@@ -104,6 +109,10 @@ public:
     void reverse(unsigned first, unsigned count);
     // same_layout: exchange the three fields. Otherwise element by element:
     // the common prefix swapped pairwise, the surplus moved to the smaller.
+    // Kept behaviour a caller must know: the surplus is appended through
+    // insert(n, big, n, diff), so when the smaller engine has room it
+    // receives big's first diff elements, not its last (see insert). The
+    // typed vector always swaps with same_layout true.
     void swap(vector_engine& other, bool same_layout);
     // Raises container_error when an invariant does not hold (see the .cpp).
     void check() const;
