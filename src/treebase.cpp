@@ -35,6 +35,84 @@ node* prev_post(tree_engine const& t, node* n, bool& f) { return t.prev_post_ord
 constexpr step forward[3] = {&next_in, &next_pre, &next_post};
 constexpr step backward[3] = {&prev_in, &prev_pre, &prev_post};
 
+// Every step has a mirror image that swaps left and right: each is written
+// once over the side it favours (Near) and the other one (Far).
+using side = node* node::*;
+
+// Set a child link and the child's parent link (also when it is nil).
+void attach(node* parent, side s, node* child) noexcept {
+    parent->*s = child;
+    tree_engine::set_parent(child, parent);
+}
+
+// Point the link that held `from` at `to`; the header's right link when
+// `from` was the root.
+void replace_child(node* parent, node* from, node* to) noexcept {
+    if (parent->left == from)
+        parent->left = to;
+    else
+        parent->right = to;
+    tree_engine::set_parent(to, parent);
+}
+
+// The last node reached from n along Near links; nil stays nil.
+template <side Near>
+node* outermost(node* n, node* z) noexcept {
+    if (n != z)
+        while (n->*Near != z)
+            n = n->*Near;
+    return n;
+}
+
+// Lift x, its parent's Far child, over the parent.
+template <side Near, side Far>
+void lift(node* x) noexcept {
+    node* const p = x->parent;
+    replace_child(p->parent, p, x);
+    attach(p, Far, x->*Near);   // written even when the child is nil
+    attach(x, Near, p);
+}
+
+// Lift x, the Far child of its parent p, itself g's Near child, over both.
+template <side Near, side Far>
+void lift_twice(node* x) noexcept {
+    node* const p = x->parent;
+    node* const g = p->parent;
+    replace_child(g->parent, g, x);
+    attach(g, Near, x->*Far);
+    attach(p, Far, x->*Near);
+    attach(x, Near, p);
+    attach(x, Far, g);
+}
+
+// The in-order neighbour on the Far side of a node that has one.
+template <side Near, side Far>
+node* neighbour(node* n, node* z) noexcept {
+    if (n->*Far != z)
+        return outermost<Near>(n->*Far, z);
+    node* p = n->parent;
+    for (; n == p->*Far; p = p->parent)
+        n = p;
+    return p;
+}
+
+// Node, Near subtree, Far subtree: the next node after n, nil after the last.
+template <side Near, side Far>
+node* near_first(node* n, node* z, node* root) noexcept {
+    if (n->*Near != z)
+        return n->*Near;
+    if (n->*Far != z)
+        return n->*Far;
+    // Climb to the first ancestor reached from its Near side that has a Far
+    // child: that child is next.
+    for (; n != root; n = n->parent) {
+        node* const p = n->parent;
+        if (p->*Near == n && p->*Far != z)
+            return p->*Far;
+    }
+    return z;
+}
+
 } // namespace
 
 tree_engine::~tree_engine() = default;
@@ -51,41 +129,21 @@ unsigned tree_engine::depth(base_node const* n) const {
 }
 
 tree_engine::base_node* tree_engine::find_leftmost() const {
-    base_node* const z = nil();
-    base_node* n = root();
-    if (n != z)
-        while (n->left != z)
-            n = n->left;
-    return n;
+    return outermost<&node::left>(root(), nil());
 }
 
 tree_engine::base_node* tree_engine::find_rightmost() const {
-    base_node* const z = nil();
-    base_node* n = root();
-    if (n != z)
-        while (n->right != z)
-            n = n->right;
-    return n;
+    return outermost<&node::right>(root(), nil());
 }
 
 tree_engine::base_node* tree_engine::successor(base_node* n) const {
     base_node* const z = nil();
-    if (n->right != z) {
-        n = n->right;
-        while (n->left != z)
-            n = n->left;
-    }
-    return n;
+    return n->right != z ? outermost<&node::left>(n->right, z) : n;
 }
 
 tree_engine::base_node* tree_engine::predecessor(base_node* n) const {
     base_node* const z = nil();
-    if (n->left != z) {
-        n = n->left;
-        while (n->right != z)
-            n = n->right;
-    }
-    return n;
+    return n->left != z ? outermost<&node::right>(n->left, z) : n;
 }
 
 /*
@@ -98,27 +156,11 @@ tree_engine::base_node* tree_engine::predecessor(base_node* n) const {
         b   c      a   b
 */
 void tree_engine::rotate_left(base_node* x) const noexcept {
-    base_node* const p = x->parent;
-    base_node* const g = p->parent;
-    if (g->left == p)
-        g->left = x;
-    else
-        g->right = x;   // the header's right link, when p was the root
-    set_parent(x, g);
-    p->link_right(x->left);   // written even when the child is nil
-    x->link_left(p);
+    lift<&node::left, &node::right>(x);
 }
 
 void tree_engine::rotate_right(base_node* x) const noexcept {
-    base_node* const p = x->parent;
-    base_node* const g = p->parent;
-    if (g->left == p)
-        g->left = x;
-    else
-        g->right = x;
-    set_parent(x, g);
-    p->link_left(x->right);
-    x->link_right(p);
+    lift<&node::right, &node::left>(x);
 }
 
 /*
@@ -133,61 +175,25 @@ void tree_engine::rotate_right(base_node* x) const noexcept {
         b   c
 */
 void tree_engine::rotate_left_right(base_node* x) const noexcept {
-    base_node* const p = x->parent;
-    base_node* const g = p->parent;
-    base_node* const gg = g->parent;
-    if (gg->left == g)
-        gg->left = x;
-    else
-        gg->right = x;
-    set_parent(x, gg);
-    g->link_left(x->right);
-    p->link_right(x->left);
-    x->link_left(p);
-    x->link_right(g);
+    lift_twice<&node::left, &node::right>(x);
 }
 
 void tree_engine::rotate_right_left(base_node* x) const noexcept {
-    base_node* const p = x->parent;
-    base_node* const g = p->parent;
-    base_node* const gg = g->parent;
-    if (gg->left == g)
-        gg->left = x;
-    else
-        gg->right = x;
-    set_parent(x, gg);
-    g->link_right(x->left);
-    p->link_left(x->right);
-    x->link_right(p);
-    x->link_left(g);
+    lift_twice<&node::right, &node::left>(x);
 }
 
 tree_engine::base_node* tree_engine::next_in_order(base_node* n, bool&) const {
     base_node* const z = nil();
     if (n == z)
         ZEL_THROW_AT(container_error("attempt to move forward past end()"), 494);
-    if (n == rightmost())
-        return z;
-    if (n->right != z)
-        return successor(n);
-    base_node* p = n->parent;
-    for (; n == p->right; p = p->parent)
-        n = p;
-    return p;
+    return n == rightmost() ? z : neighbour<&node::left, &node::right>(n, z);
 }
 
 tree_engine::base_node* tree_engine::prev_in_order(base_node* n, bool&) const {
     base_node* const z = nil();
     if (n == z)
         ZEL_THROW_AT(container_error("attempt to move backward past begin()"), 543);
-    if (n == leftmost())
-        return z;
-    if (n->left != z)
-        return predecessor(n);
-    base_node* p = n->parent;
-    for (; n == p->left; p = p->parent)
-        n = p;
-    return p;
+    return n == leftmost() ? z : neighbour<&node::right, &node::left>(n, z);
 }
 
 // Node, left subtree, right subtree.
@@ -195,19 +201,7 @@ tree_engine::base_node* tree_engine::next_pre_order(base_node* n, bool&) const {
     base_node* const z = nil();
     if (n == z)
         ZEL_THROW_AT(container_error("attempt to move forward past end()"), 587);
-    if (n->left != z)
-        return n->left;
-    if (n->right != z)
-        return n->right;
-    // Climb to the first ancestor reached from its left side that has a
-    // right child: that child is next.
-    base_node* const r = root();
-    for (; n != r; n = n->parent) {
-        base_node* const p = n->parent;
-        if (p->left == n && p->right != z)
-            return p->right;
-    }
-    return z;
+    return near_first<&node::left, &node::right>(n, z, root());
 }
 
 tree_engine::base_node* tree_engine::prev_pre_order(base_node* n, bool&) const {
@@ -262,17 +256,7 @@ tree_engine::base_node* tree_engine::prev_post_order(base_node* n, bool& flag) c
     if (n == z)
         ZEL_THROW(container_error("attempt to move backward past begin()"));
     flag = false;
-    if (n->right != z)
-        return n->right;
-    if (n->left != z)
-        return n->left;
-    base_node* const r = root();
-    for (; n != r; n = n->parent) {
-        base_node* const p = n->parent;
-        if (p->right == n && p->left != z)
-            return p->left;
-    }
-    return z;
+    return near_first<&node::right, &node::left>(n, z, root());
 }
 
 void tree_engine::visit(void const* callback, visit_type order) const {
