@@ -48,6 +48,7 @@
 #include <utility>
 
 #include <zel/exception.h>
+#include <zel/sequence.h>
 
 namespace zel {
 

@@ -208,7 +208,9 @@ private:
 // of another deque passed to insert or erase raises container_error
 // "mis-matched iterator(s)". A throwing copy leaves the deque as it was.
 template <class T>
-class deque : protected deque_engine, public sequence_relations<deque<T>> {
+class deque : protected deque_engine,
+              public sequence_relations<deque<T>>,
+              public range_access<deque<T>> {
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                   "pool blocks are aligned for new's default alignment");
 
@@ -279,12 +281,6 @@ public:
     iterator end() noexcept { return {this, data_ + size_}; }
     const_iterator begin() const noexcept { return {this, data_}; }
     const_iterator end() const noexcept { return {this, data_ + size_}; }
-    const_iterator cbegin() const noexcept { return begin(); }
-    const_iterator cend() const noexcept { return end(); }
-    reverse_iterator rbegin() noexcept { return reverse_iterator(end()); }
-    reverse_iterator rend() noexcept { return reverse_iterator(begin()); }
-    const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
-    const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
 
     bool empty() const noexcept { return size_ == 0; }
     using deque_engine::capacity;

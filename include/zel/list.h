@@ -295,7 +295,9 @@ private:
 // and erasing end() raises "iterator points to end()". Inserting a range,
 // assigning and copying are all or nothing when a copy throws.
 template <class T>
-class list : protected list_engine, public sequence_relations<list<T>> {
+class list : protected list_engine,
+             public sequence_relations<list<T>>,
+             public range_access<list<T>> {
     using node = list_value_node<T>;
 
 public:
@@ -367,12 +369,6 @@ public:
     iterator end() noexcept { return {this, sentinel()}; }
     const_iterator begin() const noexcept { return {this, head()}; }
     const_iterator end() const noexcept { return {this, sentinel()}; }
-    const_iterator cbegin() const noexcept { return begin(); }
-    const_iterator cend() const noexcept { return end(); }
-    reverse_iterator rbegin() noexcept { return reverse_iterator(end()); }
-    reverse_iterator rend() noexcept { return reverse_iterator(begin()); }
-    const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
-    const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
 
     bool empty() const noexcept { return size() == 0; }
     using list_engine::check;

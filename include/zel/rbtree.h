@@ -295,7 +295,8 @@ struct rbtree_position {
 template <class C, class K, class Compare, bool Multi>
 class ordered_tree : protected rbtree_engine,
                      public associative_relations<C, K, true>,
-                     public associative_members<C, K> {
+                     public associative_members<C, K>,
+                     public range_access<ordered_tree<C, K, Compare, Multi>> {
     using members = associative_members<C, K>;
     using link = rbtree_engine::base_rbnode;
     static constexpr bool is_set = std::is_same_v<typename K::key_type, typename K::value_type>;
@@ -358,12 +359,6 @@ public:
     iterator end() noexcept { return {this, nil_link()}; }
     const_iterator begin() const noexcept { return {this, leftmost_}; }
     const_iterator end() const noexcept { return {this, nil_link()}; }
-    const_iterator cbegin() const noexcept { return begin(); }
-    const_iterator cend() const noexcept { return end(); }
-    reverse_iterator rbegin() noexcept { return reverse_iterator(end()); }
-    reverse_iterator rend() noexcept { return reverse_iterator(begin()); }
-    const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
-    const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
 
     bool empty() const noexcept { return count_ == 0; }
     using rbtree_engine::check;

@@ -64,6 +64,24 @@ private:
     position p_ = nullptr;
 };
 
+// cbegin/cend and the reverse walks of a container C, from its begin() and
+// end(); as a base it adds no size.
+template <class C>
+struct range_access {
+    auto cbegin() const noexcept { return self().begin(); }
+    auto cend() const noexcept { return self().end(); }
+    auto rbegin() noexcept { return std::make_reverse_iterator(self().end()); }
+    auto rend() noexcept { return std::make_reverse_iterator(self().begin()); }
+    auto rbegin() const noexcept { return std::make_reverse_iterator(self().end()); }
+    auto rend() const noexcept { return std::make_reverse_iterator(self().begin()); }
+    auto crbegin() const noexcept { return rbegin(); }
+    auto crend() const noexcept { return rend(); }
+
+private:
+    C& self() noexcept { return static_cast<C&>(*this); }
+    C const& self() const noexcept { return static_cast<C const&>(*this); }
+};
+
 // Equality and lexicographic order for a container C, as a base it adds no
 // size to.
 template <class C>

@@ -180,7 +180,9 @@ static_assert(sizeof(vector_engine) == 2 * sizeof(void*) + 2 * sizeof(std::uint3
 // of another vector passed to insert or erase raises container_error
 // "mis-matched iterator(s)".
 template <class T, class Heap = vector_heap>
-class vector : protected vector_engine, public sequence_relations<vector<T, Heap>> {
+class vector : protected vector_engine,
+               public sequence_relations<vector<T, Heap>>,
+               public range_access<vector<T, Heap>> {
     static_assert(std::is_base_of_v<allocator_engine, Heap>, "a vector's heap is an allocator_engine");
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                   "the heaps return blocks aligned for new's default alignment");
@@ -266,12 +268,6 @@ public:
     iterator end() noexcept { return {this, data() + size_}; }
     const_iterator begin() const noexcept { return {this, data()}; }
     const_iterator end() const noexcept { return {this, data() + size_}; }
-    const_iterator cbegin() const noexcept { return begin(); }
-    const_iterator cend() const noexcept { return end(); }
-    reverse_iterator rbegin() noexcept { return reverse_iterator(end()); }
-    reverse_iterator rend() noexcept { return reverse_iterator(begin()); }
-    const_reverse_iterator rbegin() const noexcept { return const_reverse_iterator(end()); }
-    const_reverse_iterator rend() const noexcept { return const_reverse_iterator(begin()); }
 
     bool empty() const noexcept { return size_ == 0; }
     using vector_engine::capacity;
