@@ -90,26 +90,6 @@ private:
         bool final = false;
     };
 
-    unsigned lower(unsigned c) const noexcept { return c < 256 ? cases_.lower[c] : c; }
-    unsigned upper(unsigned c) const noexcept { return c < 256 ? cases_.upper[c] : c; }
-    bool same(unsigned a, unsigned b) const noexcept { return a == b || (!exact_ && lower(a) == lower(b)); }
-    bool in_class(unsigned k, unsigned c) const noexcept {
-        if (c < 256)
-            return re_set_has(p_.set(k), c);
-        if (!(p_.features & re_has_alphabet))
-            return false;
-        std::uint32_t const* alpha = p_.alphabet();
-        return c >= alpha[0] && c < alpha[1] && re_set_has(alpha + 2 + k * 8, c - alpha[0]);
-    }
-    bool class_accepts(unsigned k, unsigned c) const noexcept {
-        return exact_ ? in_class(k, c) : in_class(k, lower(c)) || in_class(k, upper(c));
-    }
-    bool starts(unsigned u) const noexcept {
-        if (u >= 256)
-            return true;
-        std::uint32_t const* set = p_.start_set();
-        return re_set_has(set, u) || (!exact_ && (re_set_has(set, lower(u)) || re_set_has(set, upper(u))));
-    }
     // Whether thread state `st` (sub units consumed) takes unit u, and to what.
     bool consume(std::uint32_t word, unsigned u, std::uint32_t& to) const noexcept;
 
@@ -121,8 +101,8 @@ private:
 
     xbuf const& p_;
     re_state const* states_;
-    re_case_map const& cases_;
     bool exact_;
+    re_unit_test units_;
     bool anchored_;
     unsigned width_;                 // words per thread: the state word and one per counter
     std::int16_t counter_of_[256];   // slot -> counter index, -1 for a plain loop
@@ -195,7 +175,7 @@ private:
 };
 
 re_automaton::re_automaton(xbuf const& p, bool exact)
-    : p_(p), states_(p.states()), cases_(re_cases()), exact_(exact), anchored_(p.anchored != 0) {
+    : p_(p), states_(p.states()), exact_(exact), units_{p, re_cases(), exact}, anchored_(p.anchored != 0) {
     unsigned counters = 0;
     std::memset(counter_of_, 0xFF, sizeof counter_of_);
     for (unsigned i = 1; i <= p.top_state; ++i)
@@ -211,16 +191,16 @@ void re_automaton::classify() {
     std::unordered_map<std::string, unsigned> seen;
     auto signature = [&](unsigned u) {
         std::string sig;
-        sig += char(starts(u));
+        sig += char(units_.starts(u));
         sig += char(u == 0 ? 1 : u == 10 ? 2 : u == 13 ? 3 : 0);
         for (unsigned i = 1; i <= p_.top_state; ++i) {
             re_state const& st = states_[i];
             switch (st.kind) {
-            case re_char: sig += char(same(u, st.arg)); break;
-            case re_class: sig += char(class_accepts(st.arg, u)); break;
+            case re_char: sig += char(units_.same(u, st.arg)); break;
+            case re_class: sig += char(units_.class_accepts(st.arg, u)); break;
             case re_string:
                 for (unsigned k = 0; k < (st.arg >> 8); ++k)
-                    sig += char(same(u, p_.literals()[(st.arg & 0xFF) + k]));
+                    sig += char(units_.same(u, p_.literals()[(st.arg & 0xFF) + k]));
                 break;
             default: break;
             }
@@ -232,7 +212,7 @@ void re_automaton::classify() {
         if (found.second)
             sample_.push_back(u);
         class_of_[u] = std::uint8_t(found.first->second);
-        eligible_[u] = starts(u);
+        eligible_[u] = units_.starts(u);
     }
     // Units above 255: those of the alphabet block get classes as bytes
     // do; the rest are alike, but for literals there, which are looked at
@@ -314,17 +294,17 @@ bool re_automaton::consume(std::uint32_t word, unsigned u, std::uint32_t& to) co
     switch (st.kind) {
     case re_char:
         to = st.next1;
-        return same(u, st.arg);
+        return units_.same(u, st.arg);
     case re_class:
         to = st.next1;
-        return class_accepts(st.arg, u);
+        return units_.class_accepts(st.arg, u);
     case re_any:
         to = st.next1;
         return u != 10 && u != 13;
     case re_string: {
         unsigned const n = st.arg >> 8;
         to = sub + 1 == n ? st.next1 : (state | (sub + 1) << 16);
-        return same(u, p_.literals()[(st.arg & 0xFF) + sub]);
+        return units_.same(u, p_.literals()[(st.arg & 0xFF) + sub]);
     }
     case re_newline:
         if (sub == 0) {
@@ -405,7 +385,7 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     }
     unsigned const lookahead = unit == end_unit ? 0u : unit;
     bool const started =
-        !matched && (starts(lookahead) || (anchored_ && prev == prev_line));
+        !matched && (units_.starts(lookahead) || (anchored_ && prev == prev_line));
     if (started) {
         thread_list t(width_, npos);
         t[0] = p_.start;

@@ -114,11 +114,9 @@ class matcher {
 public:
     matcher(xbuf const& p, U const* s, unsigned full, bool search, bool exact, exploration how)
         : p_(p), states_(p.states()), s_(s), full_(full),
-          end_(search ? full : (full < 1 ? full : 1)), stop_(end_), exact_(exact),
+          end_(search ? full : (full < 1 ? full : 1)), stop_(end_), exact_(exact), units_{p, re_cases(), exact},
           memo_(how != remembered ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
           shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u) {
-        if (!exact)
-            cases_ = &re_cases();
         // A narrow subject with one possible first unit is scanned with
         // memchr (a wide unit above 255 may begin any match).
         if (sizeof(U) == 1 && !p.anchored && exact && shortcuts_) {
@@ -146,7 +144,7 @@ public:
             }
             unsigned const prev = start ? unsigned(s_[start - 1]) : 10u;
             unsigned const unit = start < full_ ? unsigned(s_[start]) : 0u;
-            if (!starts(unit) && !(p_.anchored && prev == 10))
+            if (!units_.starts(unit) && !(p_.anchored && prev == 10))
                 continue;
             explore(start, subs);
             if (best_.length != 0 && best_.length != npos)
@@ -186,33 +184,12 @@ private:
         return last == first_unit_ ? end_ : npos;
     }
 
-    unsigned lower(unsigned c) const noexcept { return c < 256 ? cases_->lower[c] : c; }
-    unsigned upper(unsigned c) const noexcept { return c < 256 ? cases_->upper[c] : c; }
-
-    bool starts(unsigned u) const noexcept {
-        if (u >= 256)
-            return true;  // the start set holds codes 0..255 only
-        std::uint32_t const* set = p_.start_set();
-        return re_set_has(set, u) || (!exact_ && (re_set_has(set, lower(u)) || re_set_has(set, upper(u))));
-    }
-    bool same(unsigned a, unsigned b) const noexcept { return a == b || (!exact_ && lower(a) == lower(b)); }
-    bool in_class(unsigned k, unsigned c) const noexcept {
-        if (c < 256)
-            return re_set_has(p_.set(k), c);
-        if (!(p_.features & re_has_alphabet))
-            return false;
-        std::uint32_t const* alpha = p_.alphabet();
-        return c >= alpha[0] && c < alpha[1] && re_set_has(alpha + 2 + k * 8, c - alpha[0]);
-    }
-    bool class_accepts(unsigned k, unsigned c) const noexcept {
-        return exact_ ? in_class(k, c) : in_class(k, lower(c)) || in_class(k, upper(c));
-    }
     static bool single_unit(unsigned kind) noexcept { return kind == re_char || kind == re_class || kind == re_any; }
     // The test of a single-unit state on unit u (before the subject end).
     bool takes(re_state const& st, unsigned u) const noexcept {
         switch (st.kind) {
-        case re_char: return same(u, st.arg);
-        case re_class: return class_accepts(st.arg, u);
+        case re_char: return units_.same(u, st.arg);
+        case re_class: return units_.class_accepts(st.arg, u);
         default: return u != 10 && u != 13;
         }
     }
@@ -222,7 +199,7 @@ private:
         if (a_length < b_length || b_length == npos)
             return false;
         for (unsigned i = 0; i < b_length; ++i)
-            if (!same(a[i], b[i]))
+            if (!units_.same(a[i], b[i]))
                 return false;
         return true;
     }
@@ -312,10 +289,10 @@ private:
     unsigned limit_ = npos;  // nothing is consumed past this (a span's end)
     std::uint64_t steps_ = 0;
     bool exact_;
+    re_unit_test units_;
     memo_kind memo_;
     bool shortcuts_;  // runs of one-unit loops at once; memchr to a lone first unit
     unsigned row_words_;
-    re_case_map const* cases_ = nullptr;
     match_pair best_ = no_match;
 
     unsigned start_ = 0;

@@ -21,6 +21,8 @@
 
 namespace zel {
 
+struct xbuf;
+
 namespace detail {
 
 // State kinds. 2 to 10 and 16 stand for one parse operation each; the rest
@@ -85,6 +87,26 @@ struct re_case_map {
     unsigned char upper[256];
 };
 re_case_map const& re_cases();
+
+// How both matchers test units: with exact false, case is ignored.
+struct re_unit_test {
+    xbuf const& p;
+    re_case_map const& cases;
+    bool exact;
+
+    unsigned lower(unsigned c) const noexcept { return c < 256 ? cases.lower[c] : c; }
+    unsigned upper(unsigned c) const noexcept { return c < 256 ? cases.upper[c] : c; }
+    bool same(unsigned a, unsigned b) const noexcept { return a == b || (!exact && lower(a) == lower(b)); }
+    // Whether class k holds c; units above 255 through the program's
+    // alphabet, when it has one.
+    bool in_class(unsigned k, unsigned c) const noexcept;
+    bool class_accepts(unsigned k, unsigned c) const noexcept {
+        return exact ? in_class(k, c) : in_class(k, lower(c)) || in_class(k, upper(c));
+    }
+    // Whether a match may begin with u (the start set holds codes 0..255
+    // only).
+    bool starts(unsigned u) const noexcept;
+};
 
 // The automaton's cache, one per compiled program (src/re_automaton.cpp).
 struct re_cache;
@@ -171,6 +193,22 @@ struct xbuf {
     }
 };
 static_assert(sizeof(xbuf) == 24, "the program header is 24 bytes");
+
+inline bool detail::re_unit_test::in_class(unsigned k, unsigned c) const noexcept {
+    if (c < 256)
+        return re_set_has(p.set(k), c);
+    if (!(p.features & re_has_alphabet))
+        return false;
+    std::uint32_t const* alpha = p.alphabet();
+    return c >= alpha[0] && c < alpha[1] && re_set_has(alpha + 2 + k * 8, c - alpha[0]);
+}
+
+inline bool detail::re_unit_test::starts(unsigned u) const noexcept {
+    if (u >= 256)
+        return true;
+    std::uint32_t const* set = p.start_set();
+    return re_set_has(set, u) || (!exact && (re_set_has(set, lower(u)) || re_set_has(set, upper(u))));
+}
 
 } // namespace zel
 
