@@ -68,6 +68,20 @@ struct effect {
     bool started;  // a group started here (it is number groups_before)
 };
 
+// Applies an effect's group bookkeeping at position q: the group it starts
+// opens there, and only the groups it keeps stay, in order.
+inline void regroup(effect const& fx, std::uint32_t* starts_at, unsigned& groups, unsigned q) noexcept {
+    if (fx.started)
+        starts_at[groups++] = q;
+    if (fx.keep != (std::uint64_t(1) << groups) - 1) {
+        unsigned kept = 0;
+        for (unsigned g = 0; g < groups; ++g)
+            if ((fx.keep >> g) & 1)
+                starts_at[kept++] = starts_at[g];
+        groups = kept;
+    }
+}
+
 struct edge {
     std::int32_t next;   // -1: not built yet
     std::uint32_t effect;  // 0: nothing but the move
@@ -622,15 +636,7 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
             else if (empty.position == npos)
                 empty = {q, 0};
         }
-        if (fx.started)
-            starts_at[groups++] = q;
-        if (fx.keep != (std::uint64_t(1) << groups) - 1) {
-            unsigned kept = 0;
-            for (unsigned g = 0; g < groups; ++g)
-                if ((fx.keep >> g) & 1)
-                    starts_at[kept++] = starts_at[g];
-            groups = kept;
-        }
+        regroup(fx, starts_at, groups, q);
         state = e.next;
         return !stopped_[std::size_t(state)];
     };
@@ -779,15 +785,7 @@ re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigne
                     empties.push_back(q);
                 }
             }
-            if (fx.started)
-                starts_at[groups++] = q;
-            if (fx.keep != (std::uint64_t(1) << groups) - 1) {
-                unsigned kept = 0;
-                for (unsigned g = 0; g < groups; ++g)
-                    if ((fx.keep >> g) & 1)
-                        starts_at[kept++] = starts_at[g];
-                groups = kept;
-            }
+            regroup(fx, starts_at, groups, q);
             state = e.next;
             return !stopped_[std::size_t(state)];
         };
