@@ -6,12 +6,13 @@
 
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include "support/model.h"
 
 namespace {
 
@@ -188,79 +189,55 @@ void run_file_beside_model(unsigned seed) {
     zel::basic_filebuf<C> b;
     ASSERT_EQ(b.open(f.name.c_str(), ios_base::in | ios_base::out | ios_base::trunc), &b);
     int const eof = zel::basic_streambuf<C>::eof();
-    std::mt19937 rng(seed);
+    zel_test::model_run run(seed);
     std::string model;
     std::size_t pos = 0;
-    auto next_char = [&] { return char('a' + rng() % 26); };
+    auto put = [&] {
+        char const c = char('a' + run.pick(26));
+        if (pos < model.size())
+            model[pos] = c;
+        else
+            model += c;
+        ++pos;
+        return C(c);
+    };
+    auto at_pos = [&] { return pos < model.size() ? int((unsigned char)model[pos]) : eof; };
     // Put-back is tried only right after a read took a character: the
     // buffer then steps back inside its get area. (pbackfail pushes through
     // the C stream, which does not know about a staged character.)
-    bool just_read = false;
-    std::string log;  // the operations so far, for a failure message
-    auto tail = [&] { return log.substr(log.size() > 80 ? log.size() - 80 : 0); };
-    for (int step = 0; step < 3000; ++step) {
-        bool const may_put_back = just_read;
-        just_read = false;
-        switch (rng() % 8) {
-        case 0: case 1: {  // sputc
-            char const c = next_char();
-            log += 'p';
-            EXPECT_NE(b.sputc(C(c)), eof);
-            if (pos < model.size())
-                model[pos] = c;
-            else
-                model += c;
-            ++pos;
-            break;
-        }
-        case 2: {  // sputn of a run
-            C run[40];
-            std::size_t const n = rng() % 40;
-            for (std::size_t i = 0; i < n; ++i) {
-                char const c = next_char();
-                run[i] = C(c);
-                if (pos < model.size())
-                    model[pos] = c;
-                else
-                    model += c;
-                ++pos;
-            }
-            log += "n" + std::to_string(n);
-            EXPECT_EQ(b.sputn(run, long(n)), long(n));
-            break;
-        }
-        case 3: case 4: {  // sbumpc
-            int const want = pos < model.size() ? (unsigned char)model[pos++] : eof;
-            log += 'b';
-            ASSERT_EQ(b.sbumpc(), want) << "step " << step << " " << tail();
+    bool just_read = false, may_put_back = false;
+    run.op("sputc", 2, [&] { ASSERT_NE(b.sputc(put()), eof); })
+        .op("sputn", 1, [&] {
+            C text[40];
+            long const n = long(run.pick(40));
+            for (long i = 0; i < n; ++i)
+                text[i] = put();
+            ASSERT_EQ(b.sputn(text, n), n);
+        })
+        .op("sbumpc", 2, [&] {
+            int const want = at_pos();
+            ASSERT_EQ(b.sbumpc(), want);
+            pos += want != eof;
             just_read = want != eof;
-            break;
-        }
-        case 5: {  // sgetc
-            int const want = pos < model.size() ? (unsigned char)model[pos] : eof;
-            log += 'g';
-            ASSERT_EQ(b.sgetc(), want) << "step " << step << " " << tail();
-            break;
-        }
-        case 6: {  // put back the character just before the position
+        })
+        .op("sgetc", 1, [&] { ASSERT_EQ(b.sgetc(), at_pos()); })
+        .op("put back the character before the position", 1, [&] {
             if (may_put_back) {
-                log += 'u';
-                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof) << "step " << step << " " << tail();
+                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof);
                 --pos;
             }
-            break;
-        }
-        case 7: {  // seek from the start, the current position or the end
-            long const target = long(rng() % (model.size() + 1));
-            int const dir = int(rng() % 3);
+        })
+        .op("seek from the start, the position or the end", 1, [&] {
+            long const target = long(run.pick(unsigned(model.size()) + 1));
+            int const dir = int(run.pick(3));
             long const off = dir == 0 ? target : dir == 1 ? target - long(pos) : target - long(model.size());
-            log += "s" + std::to_string(dir) + ":" + std::to_string(off) + "/" + std::to_string(pos) + " ";
-            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "step " << step << " " << tail();
+            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "dir " << dir << " off " << off;
             pos = std::size_t(target);
-            break;
-        }
-        }
-    }
+        });
+    run.go(3000, [&] {
+        may_put_back = just_read;
+        just_read = false;
+    });
     EXPECT_EQ(b.pubseekpos(0), 0);
     EXPECT_EQ(b.close(), &b);
     EXPECT_EQ(f.read(), model);
