@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/raises.h"
+
 namespace {
 
 // A pool of `count` chunks of `size` bytes over its own block.
@@ -30,15 +32,7 @@ struct pool_fixture {
 // line of src/fspool.cpp.
 template <class F>
 void expect_pool_error(F f, char const* name, char const* text, int line) {
-    try {
-        f();
-        ADD_FAILURE() << "nothing thrown, expected " << text;
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), name);
-        EXPECT_STREQ(e.what(), text);
-        EXPECT_STREQ(e.file(), "src/fspool.cpp");
-        EXPECT_EQ(e.line(), line);
-    }
+    zel_test::expect_raised(f, name, text, "src/fspool.cpp", line);
 }
 
 TEST(FsPool, SetUpRejectsSmallChunksAndCounts) {

@@ -22,6 +22,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/raises.h"
+
 #include "../src/regex_program.h"
 
 namespace {
@@ -619,15 +621,8 @@ TEST(RegexCompile, LargestProgramsKeepTheirLayout) {
 // Compile errors are raised on one line of src/re_compile.cpp (compile
 // catches them); the probe raises one the same way.
 TEST(RegexCompile, ErrorsAreRaisedFromOneSite) {
-    try {
-        zel::detail::regex_probe::raise(8);
-        ADD_FAILURE() << "nothing thrown";
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), "invalid_argument");
-        EXPECT_STREQ(e.what(), "invalid closure specifier");
-        EXPECT_STREQ(e.file(), "src/re_compile.cpp");
-        EXPECT_EQ(e.line(), 248);
-    }
+    zel_test::expect_raised([] { zel::detail::regex_probe::raise(8); }, "invalid_argument",
+                            "invalid closure specifier", "src/re_compile.cpp", 248);
 }
 
 TEST(StringRegex, FindContainsAndSubstitute) {
