@@ -25,13 +25,7 @@ constexpr char const* guards_file = "src/win32/guards.cpp";
 // The answer of g.try_acquire(timeout) on another thread, which releases
 // what it took.
 bool other_thread_takes(zel::guard& g, unsigned timeout = 20) {
-    bool taken = false;
-    std::thread([&] {
-        taken = g.try_acquire(timeout);
-        if (taken)
-            g.release();
-    }).join();
-    return taken;
+    return zel_test::taken_by_another_thread([&] { return g.try_acquire(timeout); }, [&] { g.release(); });
 }
 
 TEST(Mutex, ZeroTimeoutNeverAttemptsAndOwnerReenters) {

@@ -32,6 +32,18 @@ bool eventually(Predicate done, unsigned limit_ms = patience_ms) {
     return true;
 }
 
+// The answer of take() on a thread of its own, which gives back what it took.
+template <class Take, class Give>
+bool taken_by_another_thread(Take take, Give give_back) {
+    bool taken = false;
+    std::thread([&] {
+        taken = take();
+        if (taken)
+            give_back();
+    }).join();
+    return taken;
+}
+
 // Milliseconds taken by `f()`.
 template <class F>
 long long elapsed_ms(F f) {
