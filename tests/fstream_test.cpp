@@ -17,33 +17,9 @@
 namespace {
 
 using zel::ios_base;
-
 using zel_test::text;
 
-// A scratch file named after the test, removed afterwards.
-class scratch {
-public:
-    explicit scratch(char const* tag) : name_(std::string("zel_fstream_") + tag + ".txt") {}
-    ~scratch() { std::remove(name_.c_str()); }
-    char const* name() const { return name_.c_str(); }
-    void write(std::string const& s) const {
-        std::FILE* f = std::fopen(name(), "wb");
-        std::fwrite(s.data(), 1, s.size(), f);
-        std::fclose(f);
-    }
-    std::string read() const {
-        std::string s;
-        if (std::FILE* f = std::fopen(name(), "rb")) {
-            for (int c; (c = std::fgetc(f)) != EOF;)
-                s += char(c);
-            std::fclose(f);
-        }
-        return s;
-    }
-
-private:
-    std::string name_;
-};
+using zel_test::scratch;
 
 TEST(Fstream, EveryOpenMode) {
     long const in = ios_base::in, out = ios_base::out, app = ios_base::app,

@@ -8,38 +8,16 @@
 #include <cstring>
 #include <string>
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "support/model.h"
+#include "support/streams.h"
 
 namespace {
 
 using zel::ios_base;
 
-// A scratch file name per test, removed afterwards.
-struct scratch {
-    std::string name;
-    explicit scratch(char const* tag)
-        : name(std::string(::testing::TempDir()) + "zel_streambuf_" + tag + "_" +
-               std::to_string(::getpid())) {}
-    ~scratch() { std::remove(name.c_str()); }
-    std::string read() const {
-        std::string s;
-        if (std::FILE* f = std::fopen(name.c_str(), "rb")) {
-            for (int c; (c = std::fgetc(f)) != EOF;)
-                s += char(c);
-            std::fclose(f);
-        }
-        return s;
-    }
-    void write(std::string const& s) const {
-        std::FILE* f = std::fopen(name.c_str(), "wb");
-        std::fputs(s.c_str(), f);
-        std::fclose(f);
-    }
-};
+using zel_test::scratch;
 
 // The base class over a caller's array, with the protected areas exposed.
 template <class C>
@@ -110,7 +88,7 @@ TEST(Xfopen, ModeTable) {
         bool expected = false;
         for (long m : opens)
             expected = expected || m == mode;
-        std::FILE* p = zel::xfopen(f.name.c_str(), mode);
+        std::FILE* p = zel::xfopen(f.name(), mode);
         EXPECT_EQ(p != nullptr, expected) << "mode " << mode;
         if (p) {
             bool const writes = (mode & out) != 0;
@@ -133,7 +111,7 @@ TYPED_TEST(buffer_types, FileStagingHoldsThirtyTwo) {
     using C = TypeParam;
     scratch f("staging");
     zel::basic_filebuf<C> b;
-    ASSERT_EQ(b.open(f.name.c_str(), ios_base::out), &b);
+    ASSERT_EQ(b.open(f.name(), ios_base::out), &b);
     for (int i = 0; i < 32; ++i)
         b.sputc(C('a' + i % 26));
     EXPECT_EQ(b.out_waiting(), 32);
@@ -166,11 +144,11 @@ TYPED_TEST(buffer_types, FileOpenFailureAndOwnership) {
     EXPECT_EQ(b.pubsetbuf(nullptr, 0), nullptr);
 
     scratch f("borrowed");
-    std::FILE* raw = std::fopen(f.name.c_str(), "w+");
+    std::FILE* raw = std::fopen(f.name(), "w+");
     ASSERT_NE(raw, nullptr);
     {
         zel::basic_filebuf<C> borrowed(raw, false);
-        EXPECT_EQ(borrowed.open(f.name.c_str(), ios_base::in), nullptr);  // a file is attached
+        EXPECT_EQ(borrowed.open(f.name(), ios_base::in), nullptr);  // a file is attached
         borrowed.sputc(C('k'));
         EXPECT_EQ(borrowed.pubsync(), 0);
         EXPECT_EQ(borrowed.close(), nullptr);  // not its own: left open
@@ -187,7 +165,7 @@ template <class C>
 void run_file_beside_model(unsigned seed) {
     scratch f(sizeof(C) == 1 ? "model" : "wmodel");
     zel::basic_filebuf<C> b;
-    ASSERT_EQ(b.open(f.name.c_str(), ios_base::in | ios_base::out | ios_base::trunc), &b);
+    ASSERT_EQ(b.open(f.name(), ios_base::in | ios_base::out | ios_base::trunc), &b);
     int const eof = zel::basic_streambuf<C>::eof();
     zel_test::model_run run(seed);
     std::string model;
@@ -249,7 +227,6 @@ TEST(Filebuf, BesideAModelWide) { run_file_beside_model<unsigned short>(17); }
 // The wide file buffer converts with the descriptors of the locale it is
 // given: one character, one or two bytes.
 TEST(Filebuf, WideThroughNamedLocales) {
-    setenv("LOCPATH", ZEL_TEST_LOCPATH, 0);
     struct row {
         char const* name;
         std::string bytes;
@@ -262,7 +239,7 @@ TEST(Filebuf, WideThroughNamedLocales) {
         scratch f("wide");
         zel::wfilebuf out;
         out.pubimbue(loc);
-        ASSERT_EQ(out.open(f.name.c_str(), ios_base::out), &out);
+        ASSERT_EQ(out.open(f.name(), ios_base::out), &out);
         out.sputc(0xE9);
         out.sputc('x');
         if (utf8)
@@ -271,7 +248,7 @@ TEST(Filebuf, WideThroughNamedLocales) {
         EXPECT_EQ(f.read(), r.bytes) << r.name;
         zel::wfilebuf in;
         in.pubimbue(loc);
-        in.open(f.name.c_str(), ios_base::in);
+        in.open(f.name(), ios_base::in);
         EXPECT_EQ(in.sbumpc(), 0xE9);
         EXPECT_EQ(in.sbumpc(), 'x');
         EXPECT_EQ(in.sbumpc(), utf8 ? 0x20AC : 0xFFFF);
