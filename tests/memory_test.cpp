@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "support/allocation_hook.h"
+#include "support/raises.h"
 
 namespace {
 
@@ -137,17 +138,7 @@ template <class F>
 void expect_bad_allocation(F allocate) {
     handler_ran = false;
     std::set_new_handler(&recording_handler);
-    bool raised = false;
-    try {
-        allocate();
-    } catch (zel::bad_alloc const&) {
-        ADD_FAILURE() << "bad_alloc must arrive as a plain exception";
-    } catch (zel::exception const& e) {
-        raised = true;
-        EXPECT_EQ(typeid(e), typeid(zel::exception));
-        EXPECT_STREQ(e.what(), "bad allocation");
-    }
-    EXPECT_TRUE(raised);
+    zel_test::expect_bad_allocation(allocate);
     EXPECT_FALSE(handler_ran) << "the client's new-handler must never run";
     EXPECT_EQ(std::get_new_handler(), nullptr) << "the handler stays removed after a failure";
     std::set_new_handler(nullptr);

@@ -99,12 +99,7 @@ TEST(StringHeap, OnlyTheFourArgumentAllocateKeepsTheNewHandlerAfterAFailure) {
     EXPECT_EQ(std::get_new_handler(), &no_memory_handler);
     {
         failing_size fail(64);
-        try {
-            heap.allocate(40);
-            FAIL() << "no exception";
-        } catch (zel::exception const& e) {
-            EXPECT_STREQ(e.what(), "bad allocation");
-        }
+        zel_test::expect_bad_allocation([&] { heap.allocate(40); });
     }
     EXPECT_EQ(std::get_new_handler(), nullptr) << "kept: the handler stays removed";
     std::set_new_handler(nullptr);

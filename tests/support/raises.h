@@ -3,6 +3,8 @@
 #ifndef ZEL_TEST_RAISES_H
 #define ZEL_TEST_RAISES_H
 
+#include <typeinfo>
+
 #include <gtest/gtest.h>
 
 #include <zel/exception.h>
@@ -36,6 +38,19 @@ void expect_raised(F&& f, char const* name, char const* what, char const* file, 
                 EXPECT_GT(e.line(), 0);
             }
         }
+    }
+}
+
+// f() raises the plain exception "bad allocation": neither the bad_alloc
+// class nor an xexception reaches the caller.
+template <class F>
+void expect_bad_allocation(F&& f) {
+    try {
+        f();
+        ADD_FAILURE() << "expected \"bad allocation\"";
+    } catch (zel::exception const& e) {
+        EXPECT_EQ(typeid(e), typeid(zel::exception)) << "a plain exception, not a " << typeid(e).name();
+        EXPECT_STREQ(e.what(), "bad allocation");
     }
 }
 
