@@ -30,10 +30,6 @@ using zel::num_base;
 
 char const latin1[] = "de_DE.ISO-8859-1";
 
-#define REQUIRE_LOCALE(name)                                                      \
-    if (!ldx_manager::supports(name, 0))                                          \
-    GTEST_SKIP() << name << " was not generated (localedef missing?)"
-
 // ---- identity and counts --------------------------------------------------
 
 // A numpunct that counts its destruction.
@@ -112,7 +108,7 @@ TEST(LocaleFacets, ReplacedFacetsLiveExactlyAsLongAsTheirLocales) {
 }
 
 TEST(LocaleNames, NamedLocalesAndTheGlobalOne) {
-    REQUIRE_LOCALE(latin1);
+    ZEL_REQUIRE_LOCALE(latin1);
     locale const de(latin1);
     EXPECT_STREQ(de.name(), latin1);
     EXPECT_STREQ(locale::classic().name(), "C");
@@ -147,7 +143,7 @@ TEST(LocaleNames, UnknownNamesThrowAndChangeNothing) {
 // ---- ctype ----------------------------------------------------------------
 
 TEST(LocaleCtype, AnswersFromTheTables) {
-    REQUIRE_LOCALE(latin1);
+    ZEL_REQUIRE_LOCALE(latin1);
     locale const de(latin1);
     auto const& n = zel::use_facet<zel::ctype<char>>(de);
     auto const& w = zel::use_facet<zel::ctype<unsigned short>>(de);
@@ -418,7 +414,7 @@ TEST(LocaleNumbers, DocumentedCases) {
 }
 
 TEST(LocaleNumbers, DecimalPointFollowsTheLocale) {
-    REQUIRE_LOCALE(latin1);
+    ZEL_REQUIRE_LOCALE(latin1);
     ios_base io;
     io.imbue(locale(latin1));
     double const v = 2.5;
@@ -438,7 +434,7 @@ TEST(LocaleNumbers, DecimalPointFollowsTheLocale) {
 // Two threads format and read in different locales while the main thread
 // switches the process locale; each gets its own locale's text.
 TEST(LocaleNumbers, ThreadsWithDifferentLocales) {
-    REQUIRE_LOCALE(latin1);
+    ZEL_REQUIRE_LOCALE(latin1);
     locale const de(latin1);
     auto worker = [](locale const* loc, char const* expected, bool* ok) {
         ios_base io;

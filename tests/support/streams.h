@@ -5,6 +5,7 @@
 #ifndef ZEL_TEST_STREAMS_H
 #define ZEL_TEST_STREAMS_H
 
+#include <zel/ldx.h>
 #include <zel/string.h>
 
 #include <cmath>
@@ -54,6 +55,11 @@ public:
 private:
     std::string name_;
 };
+
+// Skips the test when the named locale was not generated.
+#define ZEL_REQUIRE_LOCALE(name)                                                   \
+    if (!zel::ldx_manager::supports(name, 0))                                      \
+    GTEST_SKIP() << (name) << " was not generated (localedef missing?)"
 
 inline std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
 
