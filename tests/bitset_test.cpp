@@ -10,6 +10,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/raises.h"
+
 namespace {
 
 using zel::bitv_word;
@@ -18,15 +20,7 @@ using zel::bitv_word;
 // src/bitset.cpp.
 template <class F>
 void expect_bitset_error(F f, char const* name, int line) {
-    try {
-        f();
-        ADD_FAILURE() << "nothing thrown, expected " << name;
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), name);
-        EXPECT_EQ(e.what(), nullptr);
-        EXPECT_STREQ(e.file(), "src/bitset.cpp");
-        EXPECT_EQ(e.line(), line);
-    }
+    zel_test::expect_raised(f, name, nullptr, "src/bitset.cpp", line);
 }
 
 TEST(BitVector, BitOrderAndRangesAcrossWords) {

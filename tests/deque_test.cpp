@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/counted.h"
+#include "support/model.h"
 
 namespace {
 
@@ -31,120 +32,102 @@ struct probe : zel::deque<T> {
 
 template <class T, class Make>
 void run_beside_std(unsigned seed, int steps, Make make) {
-    std::mt19937 rng(seed);
-    auto pick = [&](unsigned n) { return n == 0 ? 0u : unsigned(rng() % n); };
+    zel_test::model_run run(seed);
     probe<T> d;
-    std::deque<T> model;
-    for (int step = 0; step < steps; ++step) {
-        unsigned const n = unsigned(model.size());
-        switch (pick(11)) {
-        case 0: case 1: {
-            // Bursts, so the map fills, grows, re-centres and shrinks.
-            for (unsigned k = pick(3) == 0 ? pick(3000) : 1; k; --k) {
-                T x = make(rng());
-                d.push_back(x);
-                model.push_back(x);
-            }
-            break;
-        }
-        case 2: case 3: {
-            unsigned k = pick(3) == 0 ? pick(3000) : 1;
-            T x = make(rng());
-            d.raw().push_front(&x, k);
-            model.insert(model.begin(), k, x);
-            break;
-        }
-        case 4: {
-            unsigned k = pick(n + 1);
-            if (pick(2)) { d.raw().pop_back(k); model.erase(model.end() - k, model.end()); }
-            else { d.raw().pop_front(k); model.erase(model.begin(), model.begin() + k); }
-            break;
-        }
-        case 5: {
-            unsigned at = pick(n + 1), k = pick(6);
-            T x = make(rng());
-            d.insert(d.begin() + at, k, x);
-            model.insert(model.begin() + at, k, x);
-            break;
-        }
-        case 6: {   // our own range into ourselves
-            unsigned a = pick(n + 1), k = pick(n - a + 1), at = pick(n + 1);
-            std::deque<T> src(model.begin() + a, model.begin() + a + k);
+    std::deque<T> twin;
+    auto x = [&] { return make(run.rng()()); };
+    // A range [a, a + k), a position and whether to take the typed form,
+    // drawn before every step.
+    unsigned n = 0, a = 0, k = 0, at = 0;
+    bool typed = false;
+    auto burst = [&] { return run.chance(33) ? run.pick(3000) : 1u; };  // so the map fills, grows, re-centres, shrinks
+    run.op("push back", 2, [&] {
+           for (unsigned i = burst(); i; --i) {
+               T e = x();
+               d.push_back(e);
+               twin.push_back(e);
+           }
+       })
+        .op("push front", 2, [&] {
+            unsigned const m = typed ? 1 : burst();
+            T e = x();
+            if (typed) d.push_front(e);
+            else d.raw().push_front(&e, m);
+            twin.insert(twin.begin(), m, e);
+        })
+        .op("pop", 1, [&] {
+            if (typed) { d.raw().pop_back(k); twin.erase(twin.end() - k, twin.end()); }
+            else { d.raw().pop_front(k); twin.erase(twin.begin(), twin.begin() + k); }
+        })
+        .op("insert copies", 1, [&] {
+            unsigned const m = run.pick(6);
+            T e = x();
+            if (typed && m == 2) d.insert(d.begin() + at, {e, e});
+            else d.insert(d.begin() + at, m, e);
+            twin.insert(twin.begin() + at, m, e);
+        })
+        .op("insert a range of our own", 1, [&] {
+            std::deque<T> src(twin.begin() + a, twin.begin() + a + k);
             d.raw().insert(at, d.raw(), a, k);
-            model.insert(model.begin() + at, src.begin(), src.end());
-            break;
-        }
-        case 7: {
-            unsigned a = pick(n + 1), b = a + pick(n - a + 1);
-            d.erase(d.begin() + a, d.begin() + b);
-            model.erase(model.begin() + a, model.begin() + b);
-            break;
-        }
-        case 8:
-            if (pick(2)) { d.sort(); std::stable_sort(model.begin(), model.end()); }
-            else { d.reverse(); std::reverse(model.begin(), model.end()); }
-            break;
-        case 9: {
+            twin.insert(twin.begin() + at, src.begin(), src.end());
+        })
+        .op("erase a range", 1, [&] {
+            d.erase(d.begin() + a, d.begin() + a + k);
+            twin.erase(twin.begin() + a, twin.begin() + a + k);
+        })
+        .op("sort or reverse", 1, [&] {
+            auto down = [](T const& p, T const& q) { return q < p; };
+            if (run.chance(50)) { d.reverse(); std::reverse(twin.begin(), twin.end()); }
+            else if (typed) { d.sort(down); std::stable_sort(twin.begin(), twin.end(), down); }
+            else { d.sort(); std::stable_sort(twin.begin(), twin.end()); }
+        })
+        .op("swap there and back, resize", 1, [&] {
             probe<T> other;
-            other.push_back(make(rng()));
+            other.push_back(x());
             d.raw().swap(other.raw(), false);
             d.raw().swap(other.raw(), false);
             ASSERT_EQ(other.size(), 1u);
-            unsigned k = pick(2 * n + 2);
-            T x = make(rng());
-            d.resize(k, x);
-            model.resize(k, x);
-            break;
-        }
-        case 10: {
-            unsigned a = pick(n + 1), k = pick(n - a + 1);
-            d.raw().assign(d.raw(), a, k);
-            model = std::deque<T>(model.begin() + a, model.begin() + a + k);
-            break;
-        }
-        }
-        ASSERT_NO_THROW(d.check()) << "step " << step;
-        ASSERT_EQ(d.size(), model.size()) << "step " << step;
-        ASSERT_TRUE(std::equal(d.begin(), d.end(), model.begin())) << "step " << step;
+            unsigned const m = run.pick(2 * n + 2);
+            T e = x();
+            d.resize(m, e);
+            twin.resize(m, e);
+        })
+        .op("keep a range of our own", 1, [&] {
+            if (typed) d.assign(d.begin() + a, d.begin() + a + k);
+            else d.raw().assign(d.raw(), a, k);
+            twin = std::deque<T>(twin.begin() + a, twin.begin() + a + k);
+        })
+        .op("move, compare, checked access", 1, [&] {
+            probe<T> moved(std::move(d));
+            ASSERT_TRUE(d.empty());
+            d.check();
+            d = moved;
+            std::deque<T> const part(twin.begin() + a, twin.begin() + a + k);
+            ASSERT_EQ(probe<T>(part.begin(), part.end()) < d, part < twin);
+            ASSERT_THROW(d.at(n), zel::out_of_range);
+            expect_container_error([&] { d.erase(moved.begin()); }, "mis-matched iterator(s)", "src/dequebase.cpp");
+            expect_container_error([&] { d.erase(d.end()); }, "iterator points to end()", "src/dequebase.cpp");
+            if (n != 0) {
+                ASSERT_EQ(d.at(a % n), twin[a % n]);
+                ASSERT_EQ(d.back(), twin.back());
+            }
+        });
+    run.go(steps, [&] {
+        ASSERT_NO_THROW(d.check());
+        zel_test::expect_same_sequence(d, twin);
         if (d.map_) {
             ASSERT_EQ(d.capacity() % 4096, 0u);
         }
-    }
+        n = unsigned(twin.size());
+        a = run.pick(n + 1), k = run.pick(n - a + 1), at = run.pick(n + 1);
+        typed = run.chance(50);
+    });
 }
 
-TEST(Deque, RunsBesideStdDequeWithInts) {
+TEST(Deque, RunsBesideStdDeque) {
     run_beside_std<int>(3, 3000, [](unsigned r) { return int(r % 1000); });
-}
-
-TEST(Deque, RunsBesideStdDequeWithCountedStrings) {
     no_leaks guard;
     run_beside_std<counted>(5, 1500, [](unsigned r) { return counted(std::to_string(r % 300)); });
-}
-
-TEST(Deque, TypedInterface) {
-    no_leaks guard;
-    zel::deque<counted> d{"b", "c"};
-    d.push_front("a");
-    d.push_back("d");
-    EXPECT_EQ(d, (zel::deque<counted>{"a", "b", "c", "d"}));
-    zel::deque<counted> e(d);
-    e.insert(e.begin() + 2, {"x", "y"});
-    e.sort([](counted const& a, counted const& b) { return b < a; });
-    EXPECT_EQ(e, (zel::deque<counted>{"y", "x", "d", "c", "b", "a"}));
-    EXPECT_TRUE(d < e);
-    e.assign(e.begin() + 1, e.begin() + 3);
-    EXPECT_EQ(e, (zel::deque<counted>{"x", "d"}));
-    zel::deque<counted> moved(std::move(e));
-    EXPECT_TRUE(e.empty());
-    EXPECT_EQ(moved.back().value(), "d");
-    EXPECT_THROW(moved.at(2), zel::out_of_range);
-    std::string joined;
-    for (counted const& c : d) joined += c.value();
-    EXPECT_EQ(joined, "abcd");
-    expect_container_error([&] { d.erase(moved.begin()); }, "mis-matched iterator(s)",
-                           "src/dequebase.cpp");
-    expect_container_error([&] { d.erase(d.end()); }, "iterator points to end()",
-                           "src/dequebase.cpp");
 }
 
 TEST(Deque, SortIsStable) {

@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/raises.h"
+
 namespace {
 
 // A pool of `count` chunks of `size` bytes over its own block.
@@ -30,15 +32,7 @@ struct pool_fixture {
 // line of src/fspool.cpp.
 template <class F>
 void expect_pool_error(F f, char const* name, char const* text, int line) {
-    try {
-        f();
-        ADD_FAILURE() << "nothing thrown, expected " << text;
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), name);
-        EXPECT_STREQ(e.what(), text);
-        EXPECT_STREQ(e.file(), "src/fspool.cpp");
-        EXPECT_EQ(e.line(), line);
-    }
+    zel_test::expect_raised(f, name, text, "src/fspool.cpp", line);
 }
 
 TEST(FsPool, SetUpRejectsSmallChunksAndCounts) {
@@ -61,17 +55,8 @@ TEST(FsPool, ServesChunksInAddressOrderUntilExhausted) {
     EXPECT_EQ(f.pool.allocate(1000), f.at(4));
     EXPECT_EQ(f.data.free_count, 0u);
     EXPECT_EQ(f.data.free_list, nullptr);
-    for (int form = 0; form < 2; ++form) {
-        try {
-            form == 0 ? f.pool.allocate(4) : f.pool.allocate(4, 1, 0, nullptr);
-            ADD_FAILURE() << "an exhausted pool must raise";
-        } catch (zel::xexception const&) {
-            ADD_FAILURE() << "bad_alloc arrives as a plain exception";
-        } catch (zel::exception const& e) {
-            EXPECT_EQ(typeid(e), typeid(zel::exception));
-            EXPECT_STREQ(e.what(), "bad allocation");
-        }
-    }
+    zel_test::expect_bad_allocation([&] { f.pool.allocate(4); });
+    zel_test::expect_bad_allocation([&] { f.pool.allocate(4, 1, 0, nullptr); });
     EXPECT_EQ(f.data.free_count, 0u) << "a failed allocation changes nothing";
     EXPECT_NO_THROW(f.pool.check());
 }

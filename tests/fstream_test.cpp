@@ -17,33 +17,9 @@
 namespace {
 
 using zel::ios_base;
-
 using zel_test::text;
 
-// A scratch file named after the test, removed afterwards.
-class scratch {
-public:
-    explicit scratch(char const* tag) : name_(std::string("zel_fstream_") + tag + ".txt") {}
-    ~scratch() { std::remove(name_.c_str()); }
-    char const* name() const { return name_.c_str(); }
-    void write(std::string const& s) const {
-        std::FILE* f = std::fopen(name(), "wb");
-        std::fwrite(s.data(), 1, s.size(), f);
-        std::fclose(f);
-    }
-    std::string read() const {
-        std::string s;
-        if (std::FILE* f = std::fopen(name(), "rb")) {
-            for (int c; (c = std::fgetc(f)) != EOF;)
-                s += char(c);
-            std::fclose(f);
-        }
-        return s;
-    }
-
-private:
-    std::string name_;
-};
+using zel_test::scratch;
 
 TEST(Fstream, EveryOpenMode) {
     long const in = ios_base::in, out = ios_base::out, app = ios_base::app,
@@ -140,21 +116,10 @@ TEST(Fstream, ATableWrittenAndReadBack) {
     EXPECT_TRUE(is.eof());
 }
 
-// Sets `loc` to a generated locale; false when localedef did not make it.
-bool generated(char const* name, zel::locale& loc) {
-    try {
-        loc = zel::locale(name);
-        return true;
-    } catch (zel::xexception const&) {
-        return false;
-    }
-}
-
 // Wide text through a named locale's multibyte form.
 void wide_round_trip(char const* locale_name, zel::wstring const& chars, std::string const& bytes) {
-    zel::locale loc;
-    if (!generated(locale_name, loc))
-        GTEST_SKIP() << locale_name << " was not generated (localedef missing?)";
+    ZEL_REQUIRE_LOCALE(locale_name);
+    zel::locale const loc(locale_name);
     scratch file("wide");
     {
         zel::wofstream os;
@@ -182,9 +147,8 @@ TEST(FstreamWide, ThroughUtf8AndIso8859_1) {
 }
 
 TEST(FstreamWide, ACharacterTheLocaleCannotWriteIsABadWrite) {
-    zel::locale loc;
-    if (!generated("de_DE.ISO-8859-1", loc))
-        GTEST_SKIP() << "de_DE.ISO-8859-1 was not generated";
+    ZEL_REQUIRE_LOCALE("de_DE.ISO-8859-1");
+    zel::locale const loc("de_DE.ISO-8859-1");
     scratch file("euro");
     zel::wofstream os;
     os.imbue(loc);

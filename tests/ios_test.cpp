@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/raises.h"
+
 namespace {
 
 using zel::ios_base;
@@ -173,20 +175,10 @@ TEST(IosBase, PrivateWordsIndexAgainstTheirOwnCount) {
     zel::basic_ios<char> s(&b);
     int const first = ios_base::xalloc();
     EXPECT_EQ(ios_base::xalloc(), first + 1);
-    for (int line : {230, 243}) {
-        try {
-            if (line == 243)
-                s.pword(unsigned(first));
-            else
-                s.iword(unsigned(first));
-            ADD_FAILURE() << "no throw";
-        } catch (zel::xexception const& e) {
-            EXPECT_STREQ(e.name(), "iostreams failure");
-            EXPECT_STREQ(e.what(), "invalid index");
-            EXPECT_STREQ(e.file(), "src/iosbase.cpp");
-            EXPECT_EQ(e.line(), line);
-        }
-    }
+    zel_test::expect_raised([&] { s.iword(unsigned(first)); }, "iostreams failure", "invalid index",
+                            "src/iosbase.cpp", 230);
+    zel_test::expect_raised([&] { s.pword(unsigned(first)); }, "iostreams failure", "invalid index",
+                            "src/iosbase.cpp", 243);
     EXPECT_EQ(s.word_count(), 0u);
 }
 

@@ -64,30 +64,24 @@ TEST(LdxSnapshot, MatchesTheCLibraryForEveryGeneratedLocale) {
         std::lconv const* lc = std::localeconv();
         EXPECT_STREQ(d->name, name);
         EXPECT_STREQ(ldx_manager::full_name(d), name);
-        EXPECT_STREQ(d->decimal_point, lc->decimal_point);
-        EXPECT_STREQ(d->thousands_sep, lc->thousands_sep);
-        EXPECT_STREQ(d->grouping, lc->grouping);
-        EXPECT_STREQ(d->int_curr_symbol, lc->int_curr_symbol);
-        EXPECT_STREQ(d->mon_decimal_point, lc->mon_decimal_point);
-        EXPECT_STREQ(d->mon_thousands_sep, lc->mon_thousands_sep);
-        EXPECT_STREQ(d->positive_sign, lc->positive_sign);
-        EXPECT_STREQ(d->negative_sign, lc->negative_sign);
+        std::pair<char const*, char const*> const texts[] = {
+            {d->decimal_point, lc->decimal_point},         {d->thousands_sep, lc->thousands_sep},
+            {d->grouping, lc->grouping},                   {d->int_curr_symbol, lc->int_curr_symbol},
+            {d->mon_decimal_point, lc->mon_decimal_point}, {d->mon_thousands_sep, lc->mon_thousands_sep},
+            {d->positive_sign, lc->positive_sign},         {d->negative_sign, lc->negative_sign}};
+        for (auto const& t : texts)
+            EXPECT_STREQ(t.first, t.second) << "field " << &t - texts;
         EXPECT_EQ(d->frac_digits, lc->frac_digits);
         EXPECT_EQ(d->p_cs_precedes, lc->p_cs_precedes);
         EXPECT_EQ(d->n_sep_by_space, d->p_sep_by_space);  // kept copy
         EXPECT_EQ(d->n_sign_posn, lc->n_sign_posn);
         char const zeros[4] = {};
         EXPECT_EQ(std::memcmp(d->unused, zeros, 4), 0);
+        // The class bits from the lowest: cntrl, digit, lower, print, punct, space, upper, xdigit.
+        int (*const classes[])(int) = {iscntrl, isdigit, islower, isprint, ispunct, isspace, isupper, isxdigit};
         for (int c = 0; c < 256; ++c) {
-            unsigned m = d->class_table[c];
-            ASSERT_EQ((m & 0x01) != 0, iscntrl(c) != 0) << c;
-            ASSERT_EQ((m & 0x02) != 0, isdigit(c) != 0) << c;
-            ASSERT_EQ((m & 0x04) != 0, islower(c) != 0) << c;
-            ASSERT_EQ((m & 0x08) != 0, isprint(c) != 0) << c;
-            ASSERT_EQ((m & 0x10) != 0, ispunct(c) != 0) << c;
-            ASSERT_EQ((m & 0x20) != 0, isspace(c) != 0) << c;
-            ASSERT_EQ((m & 0x40) != 0, isupper(c) != 0) << c;
-            ASSERT_EQ((m & 0x80) != 0, isxdigit(c) != 0) << c;
+            for (unsigned bit = 0; bit < 8; ++bit)
+                ASSERT_EQ((d->class_table[c] >> bit & 1) != 0, classes[bit](c) != 0) << c << " bit " << bit;
             ASSERT_EQ(d->lower_table[c], static_cast<unsigned char>(tolower(c))) << c;
             ASSERT_EQ(d->upper_table[c], static_cast<unsigned char>(toupper(c))) << c;
         }

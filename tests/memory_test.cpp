@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "support/allocation_hook.h"
+#include "support/raises.h"
 
 namespace {
 
@@ -137,17 +138,7 @@ template <class F>
 void expect_bad_allocation(F allocate) {
     handler_ran = false;
     std::set_new_handler(&recording_handler);
-    bool raised = false;
-    try {
-        allocate();
-    } catch (zel::bad_alloc const&) {
-        ADD_FAILURE() << "bad_alloc must arrive as a plain exception";
-    } catch (zel::exception const& e) {
-        raised = true;
-        EXPECT_EQ(typeid(e), typeid(zel::exception));
-        EXPECT_STREQ(e.what(), "bad allocation");
-    }
-    EXPECT_TRUE(raised);
+    zel_test::expect_bad_allocation(allocate);
     EXPECT_FALSE(handler_ran) << "the client's new-handler must never run";
     EXPECT_EQ(std::get_new_handler(), nullptr) << "the handler stays removed after a failure";
     std::set_new_handler(nullptr);
@@ -168,21 +159,10 @@ TEST(Heaps, FailureRaisesPlainExceptionAndLeavesTheHandlerRemoved) {
     }
 }
 
-TEST(Heaps, SuccessRestoresTheHandler) {
-    handler_ran = false;
-    std::set_new_handler(&recording_handler);
-    zel::vector_heap v;
-    zel::std_heap s;
-    v.deallocate(v.allocate(10));
-    s.deallocate(s.allocate(2, 3, 4, nullptr));
-    EXPECT_EQ(std::get_new_handler(), &recording_handler);
-    EXPECT_FALSE(handler_ran);
-    std::set_new_handler(nullptr);
-}
-
-// With no handler at entry there is none to put back, but one installed
-// during the call (here by the runtime's operator new) is still removed.
-TEST(Heaps, AHandlerInstalledDuringTheCallIsRemoved) {
+// A handler there at entry is put back after a success, and never run;
+// with none at entry there is none to put back, but one installed during
+// the call (here by the runtime's operator new) is still removed.
+TEST(Heaps, SuccessRestoresTheHandlerOfTheEntry) {
     zel::std_heap s;
     zel::vector_heap v;
     zel::cstring_heap narrow;
@@ -197,12 +177,17 @@ TEST(Heaps, AHandlerInstalledDuringTheCallIsRemoved) {
     };
     for (auto const& c : cases) {
         std::set_new_handler(nullptr);
+        auto allocate = [&c] { c.heap.deallocate(c.four ? c.heap.allocate(4, 8, 20, nullptr) : c.heap.allocate(50)); };
         {
             zel_test::installing_handler install(c.request, &recording_handler);
-            void* p = c.four ? c.heap.allocate(4, 8, 20, nullptr) : c.heap.allocate(50);
-            c.heap.deallocate(p);
+            allocate();
         }
         EXPECT_EQ(std::get_new_handler(), nullptr) << "request " << c.request;
+        handler_ran = false;
+        std::set_new_handler(&recording_handler);
+        allocate();
+        EXPECT_EQ(std::get_new_handler(), &recording_handler) << "request " << c.request;
+        EXPECT_FALSE(handler_ran);
     }
     std::set_new_handler(nullptr);
 }

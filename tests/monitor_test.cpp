@@ -20,23 +20,12 @@ using zel_test::patience_ms;
 // The answer of a timed write attempt on another thread, which releases what
 // it took.
 bool other_thread_writes(zel::monitor_base& m, unsigned timeout = 50) {
-    bool taken = false;
-    std::thread([&] {
-        taken = m.try_acquire_for_writing(timeout);
-        if (taken)
-            m.release_from_writing();
-    }).join();
-    return taken;
+    return zel_test::taken_by_another_thread([&] { return m.try_acquire_for_writing(timeout); },
+                                             [&] { m.release_from_writing(); });
 }
-
 bool other_thread_reads(zel::monitor_base& m, unsigned timeout = 30) {
-    bool taken = false;
-    std::thread([&] {
-        taken = m.try_acquire_for_reading(timeout);
-        if (taken)
-            m.release_from_reading();
-    }).join();
-    return taken;
+    return zel_test::taken_by_another_thread([&] { return m.try_acquire_for_reading(timeout); },
+                                             [&] { m.release_from_reading(); });
 }
 
 template <class T>

@@ -62,15 +62,14 @@ int run_extract(reader& r, unsigned radix_or_point, long flags, T& result, bool*
 }
 
 TEST(Digits, TableCoversDigitsAndBothLetterCases) {
-    EXPECT_EQ(zel::todigit('0', 10), 0u);
-    EXPECT_EQ(zel::todigit('9', 10), 9u);
-    EXPECT_EQ(zel::todigit('a', 36), 10u);
-    EXPECT_EQ(zel::todigit('Z', 36), 35u);
-    EXPECT_EQ(zel::todigit('z', 36), 35u);
-    EXPECT_EQ(zel::todigit('a', 10), ~0u);
-    EXPECT_EQ(zel::todigit('/', 36), ~0u);
-    EXPECT_EQ(zel::todigit('{', 37), ~0u);
-    EXPECT_EQ(zel::todigit(0x100 + '1', 10), ~0u) << "no truncation to a byte";
+    struct {
+        unsigned c, radix, digit;
+    } const cases[] = {
+        {'0', 10, 0}, {'9', 10, 9}, {'a', 36, 10}, {'Z', 36, 35}, {'z', 36, 35}, {'a', 10, ~0u},
+        {'/', 36, ~0u}, {'{', 37, ~0u}, {0x100 + '1', 10, ~0u},  // no truncation to a byte
+    };
+    for (auto const& c : cases)
+        EXPECT_EQ(zel::todigit(c.c, c.radix), c.digit) << c.c << " radix " << c.radix;
     EXPECT_TRUE(zel::isdigit('f', 16));
     EXPECT_FALSE(zel::isdigit('g', 16));
     EXPECT_FALSE(zel::isdigit('1', 1));
@@ -146,111 +145,6 @@ TEST(ParseIntegerText, ValuesErrorsAndEndPointers) {
     EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(ParseIntegerExtract, StoresFollowTheTarget) {
-    reader r{"99999999999999999999"};
-    std::int64_t s = 7;
-    EXPECT_EQ(run_extract(r, 10, 0, s, nullptr), 10);
-    EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(s, 7) << "the signed form stores only on success";
-
-    r = reader{"99999999999999999999"};
-    std::uint64_t u = 7;
-    run_extract(r, 10, 0, u, nullptr);
-    EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(u, all_bits);
-
-    r = reader{"-x"};
-    u = 7;
-    EXPECT_EQ(run_extract(r, 10, 0, u, nullptr), -10);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(u, 7u) << "no digit, nothing stored";
-}
-
-// A getter's errno is the engines' verdict unless they find an error of
-// their own: the signed and double forms then store nothing.
-TEST(ParseExtract, AnErrorLeftByTheGetterIsKept) {
-    reader r{"12", 0, 0, true, EIO};
-    std::int64_t s = 77;
-    run_extract(r, 10, 0, s, nullptr);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(s, 77);
-    r = reader{"12", 0, 0, true, EIO};
-    std::uint64_t u = 77;
-    run_extract(r, 10, 0, u, nullptr);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(u, 12u) << "the unsigned form stores directly";
-    r = reader{"99999999999999999999", 0, 0, true, EIO};
-    run_extract(r, 10, 0, u, nullptr);
-    EXPECT_EQ(errno, ERANGE) << "the engine's own error wins";
-
-    r = reader{"2.5e1", 0, 0, true, EIO};
-    double d = 77;
-    run_extract(r, '.', 0, d, nullptr);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(d, 77);
-    r = reader{"25e-1", 0, 0, true, EIO};
-    long double ld = 77;
-    run_extract(r, '.', 0, ld, nullptr);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(ld, 2.5L) << "the long double form stores directly";
-    r = reader{"1e", 0, 0, true, EIO};
-    run_extract(r, '.', 0, d, nullptr);
-    EXPECT_EQ(errno, EINVAL);
-}
-
-TEST(ParseIntegerExtract, RadixFromFlagsEndFlagAndProtocol) {
-    struct {
-        long flags;
-        char const* text;
-        int used;
-        std::int64_t value;
-    } const cases[] = {
-        {ios_flags::dec | ios_flags::hex, "10", 10, 10},
-        {ios_flags::hex | ios_flags::oct, "10", 16, 16},
-        {ios_flags::oct | ios_flags::bin, "10", 8, 8},
-        {ios_flags::bin, "10", 2, 2},
-        {0, "-0x10", -16, -16},
-        {0, "  10", 10, 10},  // white space is skipped even without skipws
-    };
-    for (auto const& c : cases) {
-        reader r{c.text};
-        std::int64_t v = 0;
-        bool at_end = false;
-        EXPECT_EQ(run_extract(r, 0, c.flags, v, &at_end), c.used) << c.text;
-        EXPECT_EQ(v, c.value) << c.text;
-        EXPECT_TRUE(at_end) << c.text;
-        EXPECT_TRUE(r.protocol_kept) << c.text;
-    }
-    // ... but without skipws a sign after white space is no digit.
-    reader signed_late{"  +10"};
-    std::int64_t untouched = 3;
-    EXPECT_EQ(run_extract(signed_late, 0, 0, untouched, nullptr), 10);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(untouched, 3);
-
-    reader r{"12;"};
-    std::uint64_t v = 0;
-    bool at_end = true;
-    run_extract(r, 10, 0, v, &at_end);
-    EXPECT_FALSE(at_end);
-    EXPECT_EQ(r.text[r.at], ';');
-}
-
-TEST(ParseIntegerExtract, MissingCallbacksAndBadRadix) {
-    std::int64_t v = 5;
-    bool at_end = true;
-    EXPECT_EQ(zel::extract(nullptr, nullptr, blank, nullptr, 10, 0, v, &at_end), 0);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_FALSE(at_end);
-    reader r{"1"};
-    EXPECT_EQ(zel::extract(reader::get, &r, nullptr, nullptr, 10, 0, v, nullptr), 0);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(run_extract(r, 37, 0, v, nullptr), 0);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(r.calls, 0) << "refused before reading";
-    EXPECT_EQ(v, 5);
-}
-
 TEST(ParseFloatingText, ValuesErrorsAndEndPointers) {
     struct {
         char const* text;
@@ -294,44 +188,101 @@ TEST(ParseFloatingText, ValuesErrorsAndEndPointers) {
     EXPECT_EQ(wend, wide.data() + 8);
 }
 
-TEST(ParseFloatingExtract, PointSkipStoresAndResult) {
-    reader r{"-1,5"};
-    double d = 0;
-    bool at_end = false;
-    EXPECT_EQ(run_extract(r, ',', 0, d, &at_end), -10);
-    EXPECT_EQ(d, -1.5);
-    EXPECT_TRUE(at_end);
+// One extract per row: the target's type and the value it held, the radix
+// (or the decimal point), the flags, and an errno the getter leaves at the
+// end; then the result, errno, the target afterwards, the end flag and
+// where reading stopped. `any` (or NaN for the target) leaves one unchecked.
+constexpr int any = -999;
+constexpr long double unchecked = std::numeric_limits<long double>::quiet_NaN();
+enum target { s64, u64, dbl, ldbl };
+struct extract_row {
+    char const* text;
+    target type;
+    unsigned radix_or_point;
+    long flags;
+    int getter_error;
+    long double before;
+    int result, error;
+    long double after;
+    int at_end = any, stop = any;
+};
+
+template <class T>
+void run_row(extract_row const& c) {
+    SCOPED_TRACE(std::string("[") + c.text + "] type " + std::to_string(c.type));
+    reader r{c.text, 0, 0, true, c.getter_error};
+    T v = T(c.before);
+    bool at_end = c.at_end == 0;
+    errno = 0;
+    int const got = run_extract(r, c.radix_or_point, c.flags, v, &at_end);
+    int const error = errno;
+    EXPECT_TRUE(c.result == any || got == c.result) << "result " << got;
+    EXPECT_TRUE(c.error == any || error == c.error) << "errno " << error;
+    EXPECT_TRUE(std::isnan(c.after) || static_cast<long double>(v) == c.after) << "stored " << v;
+    EXPECT_TRUE(c.at_end == any || at_end == (c.at_end != 0)) << "at end " << at_end;
+    EXPECT_TRUE(c.stop == any || r.at == std::size_t(c.stop)) << "stopped at " << r.at;
     EXPECT_TRUE(r.protocol_kept);
+}
 
-    r = reader{"1.5"};
-    run_extract(r, ',', 0, d, &at_end);
-    EXPECT_EQ(d, 1.0) << "'.' is not the point here";
+// The signed and double forms store only on success; the unsigned and long
+// double forms store what the engine made. An errno the getter leaves is the
+// verdict unless the engine finds an error of its own. The radix comes from
+// the flags (the first of dec, hex, oct, bin) or the text's prefix; white
+// space is skipped without skipws but a sign after it is no digit.
+TEST(ParseExtract, StoresErrorsRadixAndEndFlag) {
+    long const skipws = ios_flags::skipws, dec = ios_flags::dec, hex = ios_flags::hex, oct = ios_flags::oct,
+               bin = ios_flags::bin;
+    long double const huge = HUGE_VALL, all = static_cast<long double>(all_bits);
+    extract_row const rows[] = {
+        {"99999999999999999999", s64, 10, 0, 0, 7, 10, ERANGE, 7},
+        {"99999999999999999999", u64, 10, 0, 0, 7, any, ERANGE, all},
+        {"-x", u64, 10, 0, 0, 7, -10, EINVAL, 7},  // no digit, nothing stored
+        {"12", s64, 10, 0, EIO, 77, any, EIO, 77},
+        {"12", u64, 10, 0, EIO, 77, any, EIO, 12},
+        {"99999999999999999999", u64, 10, 0, EIO, 0, any, ERANGE, unchecked},  // the engine's own error wins
+        {"2.5e1", dbl, '.', 0, EIO, 77, any, EIO, 77},
+        {"25e-1", ldbl, '.', 0, EIO, 77, any, EIO, 2.5L},
+        {"1e", dbl, '.', 0, EIO, 77, any, EINVAL, unchecked},
+        {"10", s64, 0, dec | hex, 0, 0, 10, any, 10, 1},
+        {"10", s64, 0, hex | oct, 0, 0, 16, any, 16, 1},
+        {"10", s64, 0, oct | bin, 0, 0, 8, any, 8, 1},
+        {"10", s64, 0, bin, 0, 0, 2, any, 2, 1},
+        {"-0x10", s64, 0, 0, 0, 0, -16, any, -16, 1},
+        {"  10", s64, 0, 0, 0, 0, 10, any, 10, 1},
+        {"  +10", s64, 0, 0, 0, 3, 10, EINVAL, 3},
+        {"12;", u64, 10, 0, 0, 0, any, any, 12, 0, 2},
+        {"-1,5", dbl, ',', 0, 0, 0, -10, any, -1.5L, 1},
+        {"1.5", dbl, ',', 0, 0, 0, any, any, 1.0L, 0},  // '.' is not the point here
+        {" 1", dbl, '.', 0, 0, 3, any, EINVAL, 3},      // without skipws white space stops it
+        {" 1", dbl, '.', skipws, 0, 3, 10, any, 1},
+        {"1e999", dbl, '.', 0, 0, 3, any, ERANGE, 3},
+        {"1e999", ldbl, '.', 0, 0, 3, any, ERANGE, huge},  // what strtod gave
+    };
+    for (auto const& c : rows) {
+        switch (c.type) {
+        case s64: run_row<std::int64_t>(c); break;
+        case u64: run_row<std::uint64_t>(c); break;
+        case dbl: run_row<double>(c); break;
+        case ldbl: run_row<long double>(c); break;
+        }
+    }
+    // Missing callbacks and a bad radix are refused before reading.
+    std::int64_t v = 5;
+    double d = 5;
+    bool at_end = true;
+    EXPECT_EQ(zel::extract(nullptr, nullptr, blank, nullptr, 10, 0, v, &at_end), 0);
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_FALSE(at_end);
-
-    r = reader{" 1"};
-    d = 3;
-    run_extract(r, '.', 0, d, nullptr);
-    EXPECT_EQ(errno, EINVAL) << "without skipws leading white space stops the engine";
-    EXPECT_EQ(d, 3);
-    r = reader{" 1"};
-    EXPECT_EQ(run_extract(r, '.', ios_flags::skipws, d, nullptr), 10);
-    EXPECT_EQ(d, 1);
-
-    // Out of range: the double form stores nothing, the long double form
-    // stores what strtod gave.
-    r = reader{"1e999"};
-    d = 3;
-    run_extract(r, '.', 0, d, nullptr);
-    EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(d, 3);
-    r = reader{"1e999"};
-    long double ld = 3;
-    run_extract(r, '.', 0, ld, nullptr);
-    EXPECT_EQ(errno, ERANGE);
-    EXPECT_EQ(ld, HUGE_VALL);
-
+    reader r{"1"};
+    EXPECT_EQ(zel::extract(reader::get, &r, nullptr, nullptr, 10, 0, v, nullptr), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(run_extract(r, 37, 0, v, nullptr), 0);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(r.calls, 0);
     EXPECT_EQ(zel::extract(reader::get, &r, nullptr, nullptr, '.', 0, d, nullptr), 10);
     EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(v, 5);
+    EXPECT_EQ(d, 5);
 }
 
 // ---- Differential runs -----------------------------------------------------
@@ -378,19 +329,13 @@ TEST(ParseIntegerDifferential, AgreesWithStrtollAndStrtoull) {
         char const* ours_end = nullptr;
         char* c_end = nullptr;
         errno = 0;
-        if (is_signed) {
-            long long const c = std::strtoll(text.c_str(), &c_end, radix);
-            int const c_errno = errno;
-            std::int64_t const ours = zel::strtoq(text.c_str(), &ours_end, radix);
-            ASSERT_EQ(ours, c) << text << " radix " << radix;
-            ASSERT_EQ(errno, c_errno) << text;
-        } else {
-            unsigned long long const c = std::strtoull(text.c_str(), &c_end, radix);
-            int const c_errno = errno;
-            std::uint64_t const ours = zel::strtouq(text.c_str(), &ours_end, radix);
-            ASSERT_EQ(ours, c) << text << " radix " << radix;
-            ASSERT_EQ(errno, c_errno) << text;
-        }
+        std::uint64_t const c = is_signed ? std::uint64_t(std::strtoll(text.c_str(), &c_end, radix))
+                                          : std::strtoull(text.c_str(), &c_end, radix);
+        int const c_errno = errno;
+        std::uint64_t const ours = is_signed ? std::uint64_t(zel::strtoq(text.c_str(), &ours_end, radix))
+                                             : zel::strtouq(text.c_str(), &ours_end, radix);
+        ASSERT_EQ(ours, c) << text << " radix " << radix;
+        ASSERT_EQ(errno, c_errno) << text;
         ASSERT_EQ(ours_end, c_end) << text;
     }
 }

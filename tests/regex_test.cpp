@@ -22,6 +22,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/raises.h"
+
 #include "../src/regex_program.h"
 
 namespace {
@@ -48,18 +50,6 @@ status compile_status(char const* pattern, unsigned length = npos) {
         EXPECT_EQ(s_.code, unsigned(c)) << (pattern);                       \
         EXPECT_EQ(s_.location, unsigned(at)) << (pattern);                  \
     } while (0)
-
-match_pair search(char const* pattern, char const* subject, bool exact = true) {
-    zel::regex re(pattern);
-    EXPECT_EQ(re.status(), 1u) << pattern;
-    return re.search(subject, npos, nullptr, exact);
-}
-
-match_pair compare(char const* pattern, char const* subject) {
-    zel::regex re(pattern);
-    EXPECT_EQ(re.status(), 1u) << pattern;
-    return re.compare(subject);
-}
 
 // Status 1 compiles; any other code fails at the location given.
 TEST(RegexCompile, StatusCodesAndErrorLocations) {
@@ -157,7 +147,7 @@ TEST(RegexCompile, PrintStatus) {
 // Spans: search (exact case or not) and compare, which tests the first unit
 // and what literal strings and back-references reach from it.
 TEST(RegexMatch, SpansOfSearchAndCompare) {
-    enum how { exact, any_case, compared };
+    enum how { exact, any_case, compared, reversed };
     struct {
         char const* pattern;
         char const* subject;
@@ -188,50 +178,42 @@ TEST(RegexMatch, SpansOfSearchAndCompare) {
         {"a*/b", "aaab", exact, {0, 3}}, {"(a+)b\\0", "aabaa", exact, {0, 5}},
         {"(a+)b\\0", "aaba", exact, {1, 3}},
         {"(a\\0)", "aa", exact, none},  // an open group has captured nothing yet
+        // rsearch counts from the end of the previous match; the empty
+        // match at the end is not taken
+        {"ab", "abxab", reversed, {1, 2}}, {"ab", "xxab", reversed, {2, 2}}, {"ab", "xx", reversed, none},
+        {"a*", "baa", reversed, {1, 2}}, {"a*", "bbb", reversed, {0, 0}},
+        // the predefined patterns
+        {zel::re_pat_identifier, "1 __x9_ y", exact, {2, 5}}, {zel::re_pat_integer, "a-12b", exact, {1, 3}},
+        {zel::re_pat_double, ".5", exact, {0, 2}}, {zel::re_pat_double, "7.", exact, {0, 2}},
+        {zel::re_pat_double, "-", exact, none},
     };
     for (auto const& c : cases) {
-        match_pair const m = c.form == compared ? compare(c.pattern, c.subject)
-                                                : search(c.pattern, c.subject, c.form == exact);
+        zel::regex re(c.pattern);
+        EXPECT_EQ(re.status(), 1u) << c.pattern;
+        match_pair const m = c.form == compared ? re.compare(c.subject)
+                             : c.form == reversed ? re.rsearch(c.subject)
+                                                  : re.search(c.subject, npos, nullptr, c.form == exact);
         EXPECT_EQ(m, c.span) << c.pattern << " on [" << c.subject << "]";
     }
     zel::regex not_x("[^x]");
     EXPECT_EQ(not_x.search("\n\r\0y", 4), (match_pair{3, 1}));
 }
 
-TEST(RegexMatch, CapturesOfTheFirstPathAmongEqualLengths) {
-    zel::regex re("(a|ab)(c|bcd)");
-    match_pair subs[2];
-    EXPECT_EQ(re.search("abcd", npos, subs), (match_pair{0, 4}));
-    EXPECT_EQ(subs[0], (match_pair{0, 1}));
-    EXPECT_EQ(subs[1], (match_pair{1, 3}));
-    zel::regex alt("(a)|(a)");
-    EXPECT_EQ(alt.search("a", npos, subs), (match_pair{0, 1}));
-    EXPECT_EQ(subs[0], (match_pair{0, 1}));
-    EXPECT_EQ(subs[1], none);  // took no part
-    zel::regex greedy("(a*)(a*)");
-    EXPECT_EQ(greedy.search("aaa", npos, subs), (match_pair{0, 3}));
-    EXPECT_EQ(subs[0], (match_pair{0, 3}));
-    EXPECT_EQ(subs[1], (match_pair{3, 0}));
-    zel::regex dbl(zel::re_pat_double);
-    match_pair d[5];
-    ASSERT_EQ(dbl.subexpressions(), 5u);
-    EXPECT_EQ(dbl.search("x -12.5e+3y", npos, d), (match_pair{2, 8}));
-    EXPECT_EQ(d[0], (match_pair{3, 4}));
-    EXPECT_EQ(d[1], (match_pair{3, 4}));
-    EXPECT_EQ(d[2], none);
-    EXPECT_EQ(d[3], none);
-    EXPECT_EQ(d[4], (match_pair{7, 3}));
-}
-
-// Below its maximum a bounded closure may run another repetition after an
-// empty one at the same position; every such path is explored.
-TEST(RegexMatch, BoundedClosuresRepeatAfterAnEmptyRepetition) {
+// Among paths of equal length the first found gives the captures; a group
+// that took no part has none. Below its maximum a bounded closure may run
+// another repetition after an empty one at the same position; every such
+// path is explored.
+TEST(RegexMatch, CapturesOfTheFirstPathAndRepeatsAfterAnEmptyRepetition) {
     struct {
         char const* pattern;
         char const* subject;
         match_pair span;
         std::vector<match_pair> groups;
     } const cases[] = {
+        {"(a|ab)(c|bcd)", "abcd", {0, 4}, {{0, 1}, {1, 3}}},
+        {"(a)|(a)", "a", {0, 1}, {{0, 1}, none}},
+        {"(a*)(a*)", "aaa", {0, 3}, {{0, 3}, {3, 0}}},
+        {zel::re_pat_double, "x -12.5e+3y", {2, 8}, {{3, 4}, {3, 4}, none, none, {7, 3}}},
         {"x((c?)|(d?)){1,2}\\1\\2y", "xy", {0, 2}, {{1, 0}, {1, 0}, {1, 0}}},
         {"x((c?)|(d?)){0,2}\\1\\2y", "xy", {0, 2}, {{1, 0}, {1, 0}, {1, 0}}},
         {"(c?|b){1,2}", "b", {0, 1}, {{0, 1}}},
@@ -242,21 +224,12 @@ TEST(RegexMatch, BoundedClosuresRepeatAfterAnEmptyRepetition) {
     };
     for (auto const& c : cases) {
         zel::regex re(c.pattern);
-        match_pair subs[3];
+        match_pair subs[5];
         EXPECT_EQ(re.search(c.subject, npos, subs), c.span) << c.pattern;
         for (std::size_t i = 0; i < c.groups.size(); ++i)
             EXPECT_EQ(subs[i], c.groups[i]) << c.pattern << " group " << i;
     }
-}
-
-TEST(RegexMatch, RsearchCountsFromTheEndOfThePreviousMatch) {
-    zel::regex re("ab");
-    EXPECT_EQ(re.rsearch("abxab"), (match_pair{1, 2}));
-    EXPECT_EQ(re.rsearch("xxab"), (match_pair{2, 2}));
-    EXPECT_EQ(re.rsearch("xx"), none);
-    zel::regex star("a*");
-    EXPECT_EQ(star.rsearch("baa"), (match_pair{1, 2}));  // the empty match at the end is not taken
-    EXPECT_EQ(star.rsearch("bbb"), (match_pair{0, 0}));
+    EXPECT_EQ(zel::regex(zel::re_pat_double).subexpressions(), 5u);
 }
 
 TEST(RegexMatch, StringFormsCountFromTheirPosition) {
@@ -268,15 +241,6 @@ TEST(RegexMatch, StringFormsCountFromTheirPosition) {
     EXPECT_THROW(re.search(s, 7, npos), zel::out_of_range);
     EXPECT_EQ(re.search(s, 0, 2), (match_pair{1, 1}));
     EXPECT_EQ(re.compare(s, 1, npos), (match_pair{0, 1}));
-}
-
-TEST(RegexMatch, PredefinedPatterns) {
-    zel::regex id(zel::re_pat_identifier), integer(zel::re_pat_integer), dbl(zel::re_pat_double);
-    EXPECT_EQ(id.search("1 __x9_ y"), (match_pair{2, 5}));
-    EXPECT_EQ(integer.search("a-12b"), (match_pair{1, 3}));
-    EXPECT_EQ(dbl.search(".5"), (match_pair{0, 2}));
-    EXPECT_EQ(dbl.search("7."), (match_pair{0, 2}));
-    EXPECT_EQ(dbl.search("-"), none);
 }
 
 TEST(RegexMatch, CopiesOwnTheirProgram) {
@@ -619,15 +583,8 @@ TEST(RegexCompile, LargestProgramsKeepTheirLayout) {
 // Compile errors are raised on one line of src/re_compile.cpp (compile
 // catches them); the probe raises one the same way.
 TEST(RegexCompile, ErrorsAreRaisedFromOneSite) {
-    try {
-        zel::detail::regex_probe::raise(8);
-        ADD_FAILURE() << "nothing thrown";
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), "invalid_argument");
-        EXPECT_STREQ(e.what(), "invalid closure specifier");
-        EXPECT_STREQ(e.file(), "src/re_compile.cpp");
-        EXPECT_EQ(e.line(), 248);
-    }
+    zel_test::expect_raised([] { zel::detail::regex_probe::raise(8); }, "invalid_argument",
+                            "invalid closure specifier", "src/re_compile.cpp", 248);
 }
 
 TEST(StringRegex, FindContainsAndSubstitute) {

@@ -6,39 +6,18 @@
 
 #include <cstdio>
 #include <cstring>
-#include <random>
 #include <string>
 
-#include <unistd.h>
-
 #include <gtest/gtest.h>
+
+#include "support/model.h"
+#include "support/streams.h"
 
 namespace {
 
 using zel::ios_base;
 
-// A scratch file name per test, removed afterwards.
-struct scratch {
-    std::string name;
-    explicit scratch(char const* tag)
-        : name(std::string(::testing::TempDir()) + "zel_streambuf_" + tag + "_" +
-               std::to_string(::getpid())) {}
-    ~scratch() { std::remove(name.c_str()); }
-    std::string read() const {
-        std::string s;
-        if (std::FILE* f = std::fopen(name.c_str(), "rb")) {
-            for (int c; (c = std::fgetc(f)) != EOF;)
-                s += char(c);
-            std::fclose(f);
-        }
-        return s;
-    }
-    void write(std::string const& s) const {
-        std::FILE* f = std::fopen(name.c_str(), "wb");
-        std::fputs(s.c_str(), f);
-        std::fclose(f);
-    }
-};
+using zel_test::scratch;
 
 // The base class over a caller's array, with the protected areas exposed.
 template <class C>
@@ -109,7 +88,7 @@ TEST(Xfopen, ModeTable) {
         bool expected = false;
         for (long m : opens)
             expected = expected || m == mode;
-        std::FILE* p = zel::xfopen(f.name.c_str(), mode);
+        std::FILE* p = zel::xfopen(f.name(), mode);
         EXPECT_EQ(p != nullptr, expected) << "mode " << mode;
         if (p) {
             bool const writes = (mode & out) != 0;
@@ -132,7 +111,7 @@ TYPED_TEST(buffer_types, FileStagingHoldsThirtyTwo) {
     using C = TypeParam;
     scratch f("staging");
     zel::basic_filebuf<C> b;
-    ASSERT_EQ(b.open(f.name.c_str(), ios_base::out), &b);
+    ASSERT_EQ(b.open(f.name(), ios_base::out), &b);
     for (int i = 0; i < 32; ++i)
         b.sputc(C('a' + i % 26));
     EXPECT_EQ(b.out_waiting(), 32);
@@ -165,11 +144,11 @@ TYPED_TEST(buffer_types, FileOpenFailureAndOwnership) {
     EXPECT_EQ(b.pubsetbuf(nullptr, 0), nullptr);
 
     scratch f("borrowed");
-    std::FILE* raw = std::fopen(f.name.c_str(), "w+");
+    std::FILE* raw = std::fopen(f.name(), "w+");
     ASSERT_NE(raw, nullptr);
     {
         zel::basic_filebuf<C> borrowed(raw, false);
-        EXPECT_EQ(borrowed.open(f.name.c_str(), ios_base::in), nullptr);  // a file is attached
+        EXPECT_EQ(borrowed.open(f.name(), ios_base::in), nullptr);  // a file is attached
         borrowed.sputc(C('k'));
         EXPECT_EQ(borrowed.pubsync(), 0);
         EXPECT_EQ(borrowed.close(), nullptr);  // not its own: left open
@@ -186,81 +165,57 @@ template <class C>
 void run_file_beside_model(unsigned seed) {
     scratch f(sizeof(C) == 1 ? "model" : "wmodel");
     zel::basic_filebuf<C> b;
-    ASSERT_EQ(b.open(f.name.c_str(), ios_base::in | ios_base::out | ios_base::trunc), &b);
+    ASSERT_EQ(b.open(f.name(), ios_base::in | ios_base::out | ios_base::trunc), &b);
     int const eof = zel::basic_streambuf<C>::eof();
-    std::mt19937 rng(seed);
+    zel_test::model_run run(seed);
     std::string model;
     std::size_t pos = 0;
-    auto next_char = [&] { return char('a' + rng() % 26); };
+    auto put = [&] {
+        char const c = char('a' + run.pick(26));
+        if (pos < model.size())
+            model[pos] = c;
+        else
+            model += c;
+        ++pos;
+        return C(c);
+    };
+    auto at_pos = [&] { return pos < model.size() ? int((unsigned char)model[pos]) : eof; };
     // Put-back is tried only right after a read took a character: the
     // buffer then steps back inside its get area. (pbackfail pushes through
     // the C stream, which does not know about a staged character.)
-    bool just_read = false;
-    std::string log;  // the operations so far, for a failure message
-    auto tail = [&] { return log.substr(log.size() > 80 ? log.size() - 80 : 0); };
-    for (int step = 0; step < 3000; ++step) {
-        bool const may_put_back = just_read;
-        just_read = false;
-        switch (rng() % 8) {
-        case 0: case 1: {  // sputc
-            char const c = next_char();
-            log += 'p';
-            EXPECT_NE(b.sputc(C(c)), eof);
-            if (pos < model.size())
-                model[pos] = c;
-            else
-                model += c;
-            ++pos;
-            break;
-        }
-        case 2: {  // sputn of a run
-            C run[40];
-            std::size_t const n = rng() % 40;
-            for (std::size_t i = 0; i < n; ++i) {
-                char const c = next_char();
-                run[i] = C(c);
-                if (pos < model.size())
-                    model[pos] = c;
-                else
-                    model += c;
-                ++pos;
-            }
-            log += "n" + std::to_string(n);
-            EXPECT_EQ(b.sputn(run, long(n)), long(n));
-            break;
-        }
-        case 3: case 4: {  // sbumpc
-            int const want = pos < model.size() ? (unsigned char)model[pos++] : eof;
-            log += 'b';
-            ASSERT_EQ(b.sbumpc(), want) << "step " << step << " " << tail();
+    bool just_read = false, may_put_back = false;
+    run.op("sputc", 2, [&] { ASSERT_NE(b.sputc(put()), eof); })
+        .op("sputn", 1, [&] {
+            C text[40];
+            long const n = long(run.pick(40));
+            for (long i = 0; i < n; ++i)
+                text[i] = put();
+            ASSERT_EQ(b.sputn(text, n), n);
+        })
+        .op("sbumpc", 2, [&] {
+            int const want = at_pos();
+            ASSERT_EQ(b.sbumpc(), want);
+            pos += want != eof;
             just_read = want != eof;
-            break;
-        }
-        case 5: {  // sgetc
-            int const want = pos < model.size() ? (unsigned char)model[pos] : eof;
-            log += 'g';
-            ASSERT_EQ(b.sgetc(), want) << "step " << step << " " << tail();
-            break;
-        }
-        case 6: {  // put back the character just before the position
+        })
+        .op("sgetc", 1, [&] { ASSERT_EQ(b.sgetc(), at_pos()); })
+        .op("put back the character before the position", 1, [&] {
             if (may_put_back) {
-                log += 'u';
-                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof) << "step " << step << " " << tail();
+                ASSERT_NE(b.sputbackc(C(model[pos - 1])), eof);
                 --pos;
             }
-            break;
-        }
-        case 7: {  // seek from the start, the current position or the end
-            long const target = long(rng() % (model.size() + 1));
-            int const dir = int(rng() % 3);
+        })
+        .op("seek from the start, the position or the end", 1, [&] {
+            long const target = long(run.pick(unsigned(model.size()) + 1));
+            int const dir = int(run.pick(3));
             long const off = dir == 0 ? target : dir == 1 ? target - long(pos) : target - long(model.size());
-            log += "s" + std::to_string(dir) + ":" + std::to_string(off) + "/" + std::to_string(pos) + " ";
-            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "step " << step << " " << tail();
+            ASSERT_EQ(b.pubseekoff(off, ios_base::seekdir(dir)), target) << "dir " << dir << " off " << off;
             pos = std::size_t(target);
-            break;
-        }
-        }
-    }
+        });
+    run.go(3000, [&] {
+        may_put_back = just_read;
+        just_read = false;
+    });
     EXPECT_EQ(b.pubseekpos(0), 0);
     EXPECT_EQ(b.close(), &b);
     EXPECT_EQ(f.read(), model);
@@ -272,20 +227,18 @@ TEST(Filebuf, BesideAModelWide) { run_file_beside_model<unsigned short>(17); }
 // The wide file buffer converts with the descriptors of the locale it is
 // given: one character, one or two bytes.
 TEST(Filebuf, WideThroughNamedLocales) {
-    setenv("LOCPATH", ZEL_TEST_LOCPATH, 0);
     struct row {
         char const* name;
         std::string bytes;
     };
     for (row const& r : {row{"de_DE.UTF-8", "\xC3\xA9x\xE2\x82\xAC"}, row{"de_DE.ISO-8859-1", "\xE9x"}}) {
-        if (!zel::ldx_manager::supports(r.name, 0))
-            GTEST_SKIP() << r.name << " was not generated (localedef missing?)";
+        ZEL_REQUIRE_LOCALE(r.name);
         zel::locale const loc(r.name);
         bool const utf8 = r.bytes.size() > 3;
         scratch f("wide");
         zel::wfilebuf out;
         out.pubimbue(loc);
-        ASSERT_EQ(out.open(f.name.c_str(), ios_base::out), &out);
+        ASSERT_EQ(out.open(f.name(), ios_base::out), &out);
         out.sputc(0xE9);
         out.sputc('x');
         if (utf8)
@@ -294,7 +247,7 @@ TEST(Filebuf, WideThroughNamedLocales) {
         EXPECT_EQ(f.read(), r.bytes) << r.name;
         zel::wfilebuf in;
         in.pubimbue(loc);
-        in.open(f.name.c_str(), ios_base::in);
+        in.open(f.name(), ios_base::in);
         EXPECT_EQ(in.sbumpc(), 0xE9);
         EXPECT_EQ(in.sbumpc(), 'x');
         EXPECT_EQ(in.sbumpc(), utf8 ? 0x20AC : 0xFFFF);

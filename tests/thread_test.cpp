@@ -83,23 +83,13 @@ TEST(Thread, StatusFromCreationToDoneAndAgain) {
     EXPECT_EQ(t.status(), zel::thread::done);
 }
 
-TEST(Thread, ExitIsARequestThatRunHonours) {
-    counter_thread t;
-    t.start();
-    EXPECT_EQ(t.status(), zel::thread::running);
-    ASSERT_TRUE(eventually([&] { return t.count > 0; }));
-    t.exit();
-    zel::thread::state s = t.status();
-    EXPECT_TRUE(s == zel::thread::exit_requested || s == zel::thread::done)
-        << "the thread may already have seen the request and ended";
-    t.wait();
-    EXPECT_EQ(t.status(), zel::thread::done);
-}
-
 TEST(Thread, MisuseTexts) {
     counter_thread t;
-    expect_sync_error([&] { t.suspend(); }, "cannot suspend() - thread not running", threads_file);
-    expect_sync_error([&] { t.resume(); }, "cannot resume() - thread not running", threads_file);
+    auto not_running = [&] {
+        expect_sync_error([&] { t.suspend(); }, "cannot suspend() - thread not running", threads_file);
+        expect_sync_error([&] { t.resume(); }, "cannot resume() - thread not running", threads_file);
+    };
+    not_running();
     t.start();
     expect_sync_error([&] { t.start(); }, "bad thread start", threads_file);
     t.resume();  // running: nothing to do
@@ -111,10 +101,9 @@ TEST(Thread, MisuseTexts) {
     t.exit();
     // Whether the thread has ended yet or not, it is no longer running. (No
     // start() here: a thread that has already ended may be started again.)
-    expect_sync_error([&] { t.suspend(); }, "cannot suspend() - thread not running", threads_file);
-    expect_sync_error([&] { t.resume(); }, "cannot resume() - thread not running", threads_file);
+    not_running();
     t.wait();
-    expect_sync_error([&] { t.suspend(); }, "cannot suspend() - thread not running", threads_file);
+    not_running();
 }
 
 TEST(Thread, DestroyingAThreadThatIsNotDoneRaises) {
@@ -128,9 +117,11 @@ TEST(Thread, DestroyingAThreadThatIsNotDoneRaises) {
             "thread not done", threads_file);
 }
 
-TEST(Thread, SuspendedThreadStopsCountingUntilResumed) {
+// Suspension stops the counting until resume; exit is a request run honours.
+TEST(Thread, SuspendResumeAndExit) {
     counter_thread t;
     t.start();
+    EXPECT_EQ(t.status(), zel::thread::running);
     ASSERT_TRUE(eventually([&] { return t.count > 0; }));
     t.suspend();
     EXPECT_EQ(t.status(), zel::thread::suspended);
@@ -141,7 +132,11 @@ TEST(Thread, SuspendedThreadStopsCountingUntilResumed) {
     EXPECT_EQ(t.status(), zel::thread::running);
     EXPECT_TRUE(eventually([&] { return t.count > stopped; }));
     t.exit();
+    zel::thread::state s = t.status();
+    EXPECT_TRUE(s == zel::thread::exit_requested || s == zel::thread::done)
+        << "the thread may already have seen the request and ended";
     t.wait();
+    EXPECT_EQ(t.status(), zel::thread::done);
 }
 
 TEST(Thread, TerminatedEndlessThreadEnds) {

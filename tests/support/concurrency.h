@@ -11,6 +11,8 @@
 
 #include <zel/exception.h>
 
+#include "raises.h"
+
 namespace zel_test {
 
 // The longest any test waits for something that should happen promptly.
@@ -30,6 +32,18 @@ bool eventually(Predicate done, unsigned limit_ms = patience_ms) {
     return true;
 }
 
+// The answer of take() on a thread of its own, which gives back what it took.
+template <class Take, class Give>
+bool taken_by_another_thread(Take take, Give give_back) {
+    bool taken = false;
+    std::thread([&] {
+        taken = take();
+        if (taken)
+            give_back();
+    }).join();
+    return taken;
+}
+
 // Milliseconds taken by `f()`.
 template <class F>
 long long elapsed_ms(F f) {
@@ -43,15 +57,7 @@ long long elapsed_ms(F f) {
 // `f()` raises a sync_error with `text`, thrown from `file`.
 template <class F>
 void expect_sync_error(F f, char const* text, char const* file) {
-    try {
-        f();
-        ADD_FAILURE() << "expected sync_error \"" << text << "\"";
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), "sync_error");
-        EXPECT_STREQ(e.what(), text);
-        EXPECT_STREQ(e.file(), file);
-        EXPECT_GT(e.line(), 0);
-    }
+    expect_raised(f, "sync_error", text, file);
 }
 
 } // namespace zel_test

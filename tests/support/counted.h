@@ -11,6 +11,8 @@
 
 #include <zel/exception.h>
 
+#include "raises.h"
+
 namespace zel_test {
 
 class counted {
@@ -72,18 +74,7 @@ private:
 // `text` through the throw path, from `file` and, when given, `line`.
 template <class F>
 void expect_container_error(F f, char const* text, char const* file, int line = 0) {
-    try {
-        f();
-        ADD_FAILURE() << "expected \"" << text << "\"";
-    } catch (zel::xexception const& e) {
-        EXPECT_STREQ(e.name(), "container_error");
-        EXPECT_STREQ(e.what(), text);
-        EXPECT_STREQ(e.file(), file);
-        if (line != 0)
-            EXPECT_EQ(e.line(), line) << text;
-        else
-            EXPECT_GT(e.line(), 0);
-    }
+    expect_raised(f, "container_error", text, file, line);
 }
 
 } // namespace zel_test

@@ -1,18 +1,24 @@
 // Helpers shared by the locale and stream tests: the test locales' folder
-// (ctest sets LOCPATH; a run by hand gets the same from here),
+// (ctest sets LOCPATH; a run by hand gets the same from here), scratch files,
 // a zel string as a std::string, seeded values of every arithmetic type at
 // every magnitude, and the text an expected exception carries.
 #ifndef ZEL_TEST_STREAMS_H
 #define ZEL_TEST_STREAMS_H
 
+#include <zel/ldx.h>
 #include <zel/string.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <random>
 #include <string>
 #include <type_traits>
+
+#include <unistd.h>
+
+#include <gtest/gtest.h>
 
 namespace zel_test {
 
@@ -21,6 +27,39 @@ struct locpath_setter {
     locpath_setter() { setenv("LOCPATH", ZEL_TEST_LOCPATH, 0); }
 };
 inline locpath_setter const locpath;
+
+// A scratch file in the tests' temporary folder, removed afterwards.
+class scratch {
+public:
+    explicit scratch(char const* tag)
+        : name_(std::string(::testing::TempDir()) + "zel_" + tag + "_" + std::to_string(::getpid())) {}
+    ~scratch() { std::remove(name_.c_str()); }
+    scratch(scratch const&) = delete;
+    scratch& operator=(scratch const&) = delete;
+    char const* name() const { return name_.c_str(); }
+    void write(std::string const& s) const {
+        std::FILE* f = std::fopen(name(), "wb");
+        std::fwrite(s.data(), 1, s.size(), f);
+        std::fclose(f);
+    }
+    std::string read() const {
+        std::string s;
+        if (std::FILE* f = std::fopen(name(), "rb")) {
+            for (int c; (c = std::fgetc(f)) != EOF;)
+                s += char(c);
+            std::fclose(f);
+        }
+        return s;
+    }
+
+private:
+    std::string name_;
+};
+
+// Skips the test when the named locale was not generated.
+#define ZEL_REQUIRE_LOCALE(name)                                                   \
+    if (!zel::ldx_manager::supports(name, 0))                                      \
+    GTEST_SKIP() << (name) << " was not generated (localedef missing?)"
 
 inline std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
 
