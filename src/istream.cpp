@@ -5,6 +5,8 @@
 // clear() at the end of the operation, after which do_isfx() runs.
 #include <zel/istream.h>
 
+#include <typeinfo>
+
 namespace zel {
 
 namespace {
@@ -72,9 +74,20 @@ bool basic_istream<C>::do_ipfx(bool noskip) {
         if (!noskip && (this->flags() & ios_base::skipws)) {
             // End of input ends the skip without eofbit; the extraction
             // that follows meets it again and says so.
+            // The library's own ctype answers from its descriptor's class
+            // table, so that is read directly (for `char` only codes below
+            // 0x80 are in it, by the sign rule); a derived one is asked.
             int c = b->sgetc();
-            while (c != end_of_file && this->is_ctype(mask(0x20), C(c), false))
-                c = b->snextc();
+            ctype<C> const* classes = this->classifier();
+            if (typeid(*classes) == typeid(ctype<C>)) {
+                constexpr unsigned in_table = sizeof(C) == 1 ? 0x80u : 0x100u;
+                unsigned char const* table = classes->facet_ldx()->class_table;
+                while (c != end_of_file && unsigned(c) < in_table && (table[c] & 0x20) != 0)
+                    c = b->snextc();
+            } else {
+                while (c != end_of_file && this->is_ctype(mask(0x20), C(c), false))
+                    c = b->snextc();
+            }
         }
     }
     this->clear(this->rdstate() | err);

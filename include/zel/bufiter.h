@@ -13,6 +13,8 @@ namespace zel {
 
 template <class C>
 class basic_streambuf;
+template <class C, class InIt>
+class num_get;
 
 // The integer form of end of file for a character type: -1 for `char`,
 // 0xFFFF for `unsigned short` (so the wide character 0xFFFF reads as end
@@ -45,6 +47,11 @@ public:
             failed_ = true;
         return *this;
     }
+    // Puts the n characters of text (widened from bytes): into the put area
+    // at once when they fit there, which is what n sputc calls would do
+    // without reaching a hook, else by sputc one at a time. Defined where
+    // the buffer is complete (streambuf.h).
+    void put_text(char const* text, unsigned n);
     basic_obuf_iterator& operator*() noexcept { return *this; }
     basic_obuf_iterator& operator++() noexcept { return *this; }
     basic_obuf_iterator& operator++(int) noexcept { return *this; }
@@ -102,6 +109,10 @@ public:
     basic_streambuf<C>* buffer() const noexcept { return buf_; }
 
 private:
+    // The reader facet runs its engines over the buffer itself and leaves
+    // the iterator where they stopped (see num_get::do_get).
+    friend class num_get<C, basic_ibuf_iterator>;
+
     void sgetc() {
         c_ = buf_ != nullptr ? buf_->sgetc() : buffer_eof<C>::value;
         end_ = c_ == buffer_eof<C>::value;
