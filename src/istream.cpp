@@ -11,6 +11,13 @@ namespace zel {
 
 namespace {
 
+// Resets the field width; most operations find it 0 already, and setting
+// it is a call.
+inline void reset_width(ios_base& io) noexcept {
+    if (io.width() != 0)
+        io.width(0);
+}
+
 // Where the field reader stores: a character array (NUL-terminated at the
 // end) or a string (filled in chunks, to spare the string one call per
 // character).
@@ -214,7 +221,7 @@ void basic_istream<C>::do_get(void* p, num_base::num_type t) {
         iterator_type last;
         this->reader()->get(it, last, *this, err, t, p);
     }
-    this->width(0);
+    reset_width(*this);
     this->clear(this->rdstate() | (err & 7));
     do_isfx();
 }
@@ -226,7 +233,7 @@ void basic_istream<C>::do_get(string_type& s) {
     // does not skip) then finds the same state.
     do_ipfx(false);
     do_get(s, n, 1, false, -1, mask(0x20), true);
-    this->width(0);
+    reset_width(*this);
 }
 
 template <class C>
@@ -234,7 +241,7 @@ void basic_istream<C>::do_get(C* s) {
     long const n = this->width() != 0 ? this->width() : no_limit;
     do_ipfx(false);
     do_get(s, n, 1, false, -1, mask(0x20), true);
-    this->width(0);
+    reset_width(*this);
 }
 
 template <class C>
@@ -250,7 +257,7 @@ void basic_istream<C>::do_get(C& c, bool noskip) {
         }
     }
     if (!noskip)
-        this->width(0);
+        reset_width(*this);
     this->clear(this->rdstate() | bits);
     do_isfx();
 }

@@ -657,20 +657,21 @@ void extract_from(Source& src, ios_base& io, locale const& loc, long& error,
         std::uint64_t bits = 0;
         int const r = detail::scan_integer(src, radix, flags, true, bits, &at_end);
         std::int64_t const v = detail::as_signed(bits);
-        if (errno == 0) {
+        int err = errno;  // read once: errno is a call away
+        if (err == 0) {
             if (r == 10 || r == -10) {
                 signed_bounds const b = signed_range(code);
                 if (v < b.lo || v > b.hi)
-                    errno = ERANGE;
+                    err = errno = ERANGE;
             } else {
                 std::uint64_t const magnitude = r < 0 ? 0 - bits : bits;
                 if (magnitude > unsigned_max(code))
-                    errno = ERANGE;
+                    err = errno = ERANGE;
             }
         }
         if (at_end)
             error |= 2;
-        if (errno != 0)
+        if (err != 0)
             break;
         switch (code) {
         case nb::t_short: store(value, static_cast<short>(v)); break;
@@ -691,14 +692,15 @@ void extract_from(Source& src, ios_base& io, locale const& loc, long& error,
         std::uint64_t v = 0;
         int const r = detail::scan_integer(src, code == nb::t_pointer ? 16 : radix, flags, false,
                                            v, &at_end);
-        if (errno == 0) {
+        int err = errno;
+        if (err == 0) {
             std::uint64_t const magnitude = r < 0 ? 0 - v : v;
             if (magnitude > unsigned_max(code))
-                errno = ERANGE;
+                err = errno = ERANGE;
         }
         if (at_end)
             error |= 2;
-        if (errno != 0)
+        if (err != 0)
             break;
         switch (code) {
         case nb::t_uchar: store(value, static_cast<unsigned char>(v)); break;
@@ -725,14 +727,15 @@ void extract_from(Source& src, ios_base& io, locale const& loc, long& error,
         detail::floating_result out;
         detail::scan_floating(src, point, flags, out, &at_end);
         long double const v = out.stored ? out.value : 0;
-        if (errno == 0) {
+        int err = errno;
+        if (err == 0) {
             long double const m = v < 0 ? -v : v;
             if (m != 0 && (m < lo || m > hi))
-                errno = ERANGE;
+                err = errno = ERANGE;
         }
         if (at_end)
             error |= 2;
-        if (errno != 0)
+        if (err != 0)
             break;
         if (code == nb::t_float)
             store(value, static_cast<float>(v));
@@ -755,33 +758,54 @@ void num_base::extract(number_getter get, space_predicate space, void* context, 
     extract_from(src, io, io.loc_, error, punct_id, code, value);
 }
 
+// ---- num_put's decimal digits -----------------------------------------------
+
+namespace {
+
+// "00" to "99", for the plain decimal case of num_put::do_put.
+char const digit_pairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+} // namespace
+
 // ---- num_get's buffer source ------------------------------------------------
 
 namespace {
 
 // The engines' character source over the buffer an input iterator reads,
-// kept in the iterator's own fields. It makes the same sgetc and sbumpc
-// calls, in the same order, as the iterator does behind cget (so a derived
-// buffer sees the same underflow and uflow calls), minus a call through a
-// pointer and an iterator copy per character. White space is tested on the
-// descriptor's class table when `table` is set (the classifier is the
-// library's own ctype, whose answers come from that table: for `char` only
-// codes below 0x80 are in it, by the sign rule), else by the classifier.
+// starting from the iterator's current character and end flag. It has the
+// effect of the sbumpc and sgetc calls the iterator makes behind cget, in
+// the same order, minus a call through a pointer per character: when the
+// next character is already in the get area neither call could reach a
+// hook, so the source steps gptr itself; otherwise it makes the two calls
+// (so a derived buffer sees the same underflow and uflow calls). White
+// space is tested on the descriptor's class table when `table` is set (the
+// classifier is the library's own ctype, whose answers come from that
+// table: for `char` only codes below 0x80 are in it, by the sign rule),
+// else by the classifier.
 template <class C>
 struct buffer_source {
     basic_streambuf<C>* buf;
-    int& c;
-    bool& end;
+    C*& gptr;
+    C* const& egptr;
+    int c;
+    bool end;
     ctype<C> const* classes;
     unsigned char const* table;
 
     static constexpr bool usable() noexcept { return true; }
-    unsigned first() const noexcept {
-        return end ? end_of_input : static_cast<std::make_unsigned_t<C>>(static_cast<C>(c));
-    }
+    unsigned first() const noexcept { return end ? end_of_input : static_cast<unsigned>(c); }
     unsigned next() {
         if (end)
             return end_of_input;
+        C* const g = gptr;
+        if (g != nullptr && egptr - g > 1) {
+            gptr = g + 1;
+            c = static_cast<int>(static_cast<std::make_unsigned_t<C>>(g[1]));
+            return static_cast<unsigned>(c);
+        }
         buf->sbumpc();
         c = buf->sgetc();
         end = c == basic_streambuf<C>::eof();
@@ -878,6 +902,62 @@ OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
             *it = name.data()[i];
         if (left)
             cfill(&it, &fill, pad);
+        return it;
+    }
+    if (code >= t_char && code <= t_uint64 && io.width() == 0 && (io.radix() == 0 || io.radix() == 10) &&
+        (io.flags() & ios_flags::showpos) == 0) {
+        // Plain decimal, the common case: a "-" and the digits, which is
+        // all the integer engine writes here (no prefix, no fill: its fill
+        // of 0 characters writes nothing), sent in one run. The engine
+        // clears errno; so does this.
+        std::uint64_t magnitude = 0;
+        bool negative = false;
+        auto take = [&](auto v) {
+            magnitude = static_cast<std::uint64_t>(v);
+            if constexpr (std::is_signed_v<decltype(v)>) {
+                negative = v < 0;
+                if (negative)
+                    magnitude = 0 - magnitude;
+            }
+        };
+        switch (code) {
+        case t_char:
+        case t_schar: take(load<signed char>(value)); break;
+        case t_uchar: take(load<unsigned char>(value)); break;
+        case t_short: take(load<short>(value)); break;
+        case t_ushort: take(load<unsigned short>(value)); break;
+        case t_int: take(load<int>(value)); break;
+        case t_uint: take(load<unsigned>(value)); break;
+        case t_long: take(load<long>(value)); break;
+        case t_ulong: take(load<unsigned long>(value)); break;
+        case t_int64: take(load<long long>(value)); break;
+        default: take(load<unsigned long long>(value)); break;
+        }
+        char text[24];
+        char* const end = text + sizeof text;
+        char* p = end;
+        // 64-bit division is a library call on 32-bit targets.
+        while (magnitude > 0xFFFFFFFFu) {
+            *--p = static_cast<char>('0' + magnitude % 10);
+            magnitude /= 10;
+        }
+        auto w = static_cast<std::uint32_t>(magnitude);
+        while (w >= 100) {
+            unsigned const r = w % 100;
+            w /= 100;
+            p -= 2;
+            std::memcpy(p, digit_pairs + 2 * r, 2);
+        }
+        if (w >= 10) {
+            p -= 2;
+            std::memcpy(p, digit_pairs + 2 * w, 2);
+        } else {
+            *--p = static_cast<char>('0' + w);
+        }
+        if (negative)
+            *--p = '-';
+        errno = 0;
+        it.put_text(p, static_cast<unsigned>(end - p));
         return it;
     }
     insert(&ccopy, &cfill, &it, io, &fill, numpunct<C>::id, code, value);
@@ -989,8 +1069,10 @@ InIt num_get<C, InIt>::do_get(InIt it, InIt end, ios_base& io, long& error, num_
         // that is read directly; a derived classifier is asked.
         unsigned char const* table =
             typeid(classes) == typeid(ctype<C>) ? classes.facet_ldx()->class_table : nullptr;
-        buffer_source<C> src{it.buf_, it.c_, it.end_, &classes, table};
+        buffer_source<C> src{it.buf_, it.buf_->gptr_, it.buf_->egptr_, it.c_, it.end_, &classes, table};
         extract_from(src, io, io.loc_, error, numpunct<C>::id, code, value);
+        it.c_ = src.c;
+        it.end_ = src.end;
         return it;
     }
     source s{&it, &end, &classes};

@@ -145,8 +145,10 @@ protected:
     virtual long xsputn(C const* s, long n, bool advance);
 
 private:
-    // Writes runs of number text straight into the put area.
+    // The number facets write runs of text straight into the put area and
+    // read characters that are already in the get area in place.
     friend class basic_obuf_iterator<C>;
+    template <class, class> friend class num_get;
 
     locale loc_;
     C* pbase_;
@@ -163,7 +165,20 @@ void basic_obuf_iterator<C>::put_text(char const* text, unsigned n) {
     if (b != nullptr && b->pptr_ != nullptr && static_cast<unsigned long>(b->epptr_ - b->pptr_) >= n) {
         C* p = b->pptr_;
         if constexpr (sizeof(C) == 1) {
-            std::memcpy(p, text, n);
+            // A number's text is short: two overlapping fixed-size copies
+            // cover 4 to 16 characters without a call.
+            if (n >= 8 && n <= 16) {
+                std::memcpy(p, text, 8);
+                std::memcpy(p + n - 8, text + n - 8, 8);
+            } else if (n >= 4 && n < 8) {
+                std::memcpy(p, text, 4);
+                std::memcpy(p + n - 4, text + n - 4, 4);
+            } else if (n > 16) {
+                std::memcpy(p, text, n);
+            } else {
+                for (unsigned i = 0; i < n; ++i)
+                    p[i] = text[i];
+            }
         } else {
             for (unsigned i = 0; i < n; ++i)
                 p[i] = static_cast<C>(static_cast<unsigned char>(text[i]));
