@@ -659,7 +659,9 @@ void extract_from(Source& src, ios_base& io, locale const& loc, long& error,
         std::int64_t const v = detail::as_signed(bits);
         int err = errno;  // read once: errno is a call away
         if (err == 0) {
-            if (r == 10 || r == -10) {
+            // One test for either sign: the sign of a value is no pattern
+            // a branch predictor could follow.
+            if ((r < 0 ? -r : r) == 10) {
                 signed_bounds const b = signed_range(code);
                 if (v < b.lo || v > b.hi)
                     err = errno = ERANGE;
@@ -916,8 +918,7 @@ OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
             magnitude = static_cast<std::uint64_t>(v);
             if constexpr (std::is_signed_v<decltype(v)>) {
                 negative = v < 0;
-                if (negative)
-                    magnitude = 0 - magnitude;
+                magnitude = negative ? 0 - magnitude : magnitude;
             }
         };
         switch (code) {
@@ -948,14 +949,14 @@ OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
             p -= 2;
             std::memcpy(p, digit_pairs + 2 * r, 2);
         }
-        if (w >= 10) {
-            p -= 2;
-            std::memcpy(p, digit_pairs + 2 * w, 2);
-        } else {
-            *--p = static_cast<char>('0' + w);
-        }
-        if (negative)
-            *--p = '-';
+        // The last one or two digits: a pair is written either way and a
+        // lone digit's leading "0" dropped, with no branch on the count
+        // of digits.
+        p -= 2;
+        std::memcpy(p, digit_pairs + 2 * w, 2);
+        p += w < 10;
+        *--p = '-';  // kept only for a negative value, again without a branch
+        p += !negative;
         errno = 0;
         it.put_text(p, static_cast<unsigned>(end - p));
         return it;

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 
 #include <zel/numconv.h>
 
@@ -94,10 +95,12 @@ inline bool multiply_wraps(std::uint64_t value, unsigned radix, std::uint64_t& p
 }
 
 // Two's-complement reinterpretation without implementation-defined
-// conversions.
+// conversions: the bits copied, with no branch on the sign (which no
+// predictor can follow in mixed data).
 inline std::int64_t as_signed(std::uint64_t u) noexcept {
-    return u <= signed_max ? static_cast<std::int64_t>(u)
-                           : -static_cast<std::int64_t>(~u) - 1;
+    std::int64_t s;
+    std::memcpy(&s, &u, sizeof s);
+    return s;
 }
 
 // Runs the integer engine over `src`. Stores into `store` on success (the

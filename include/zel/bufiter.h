@@ -47,10 +47,10 @@ public:
             failed_ = true;
         return *this;
     }
-    // Puts the n characters of text (widened from bytes): into the put area
-    // at once when they fit there, which is what n sputc calls would do
-    // without reaching a hook, else by sputc one at a time. Defined where
-    // the buffer is complete (streambuf.h).
+    // Puts the n characters of text (widened from bytes) as n sputc calls
+    // would: what fits in the put area goes in at once (sputc reaches no
+    // hook there), the rest by sputc one at a time. Defined where the
+    // buffer is complete (streambuf.h).
     void put_text(char const* text, unsigned n);
     basic_obuf_iterator& operator*() noexcept { return *this; }
     basic_obuf_iterator& operator++() noexcept { return *this; }

@@ -162,29 +162,33 @@ private:
 template <class C>
 void basic_obuf_iterator<C>::put_text(char const* text, unsigned n) {
     basic_streambuf<C>* const b = buf_;
-    if (b != nullptr && b->pptr_ != nullptr && static_cast<unsigned long>(b->epptr_ - b->pptr_) >= n) {
-        C* p = b->pptr_;
+    if (b != nullptr && b->pptr_ != nullptr && b->pptr_ < b->epptr_) {
+        // What fits goes in at once; the rest meets overflow through sputc.
+        unsigned long const room = static_cast<unsigned long>(b->epptr_ - b->pptr_);
+        unsigned const k = room < n ? static_cast<unsigned>(room) : n;
+        C* const p = b->pptr_;
         if constexpr (sizeof(C) == 1) {
             // A number's text is short: two overlapping fixed-size copies
             // cover 4 to 16 characters without a call.
-            if (n >= 8 && n <= 16) {
+            if (k >= 8 && k <= 16) {
                 std::memcpy(p, text, 8);
-                std::memcpy(p + n - 8, text + n - 8, 8);
-            } else if (n >= 4 && n < 8) {
+                std::memcpy(p + k - 8, text + k - 8, 8);
+            } else if (k >= 4 && k < 8) {
                 std::memcpy(p, text, 4);
-                std::memcpy(p + n - 4, text + n - 4, 4);
-            } else if (n > 16) {
-                std::memcpy(p, text, n);
+                std::memcpy(p + k - 4, text + k - 4, 4);
+            } else if (k > 16) {
+                std::memcpy(p, text, k);
             } else {
-                for (unsigned i = 0; i < n; ++i)
+                for (unsigned i = 0; i < k; ++i)
                     p[i] = text[i];
             }
         } else {
-            for (unsigned i = 0; i < n; ++i)
+            for (unsigned i = 0; i < k; ++i)
                 p[i] = static_cast<C>(static_cast<unsigned char>(text[i]));
         }
-        b->pptr_ = p + n;
-        return;
+        b->pptr_ = p + k;
+        text += k;
+        n -= k;
     }
     for (unsigned i = 0; i < n; ++i)
         *this = static_cast<C>(static_cast<unsigned char>(text[i]));
