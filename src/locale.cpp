@@ -1072,9 +1072,9 @@ InIt num_get<C, InIt>::do_get(InIt it, InIt end, ios_base& io, long& error, num_
             typeid(classes) == typeid(ctype<C>) ? classes.facet_ldx()->class_table : nullptr;
         buffer_source<C> src{it.buf_, it.buf_->gptr_, it.buf_->egptr_, it.c_, it.end_, &classes, table};
         extract_from(src, io, io.loc_, error, numpunct<C>::id, code, value);
-        it.c_ = src.c;
-        it.end_ = src.end;
-        return it;
+        // Built from the values, not stored into `it` and read back whole:
+        // that makes the processor wait for the two stores.
+        return InIt(it.buf_, src.c, src.end);
     }
     source s{&it, &end, &classes};
     extract(&cget, &cspace, &s, io, error, numpunct<C>::id, code, value);

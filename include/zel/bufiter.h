@@ -112,6 +112,8 @@ private:
     // The reader facet runs its engines over the buffer itself and leaves
     // the iterator where they stopped (see num_get::do_get).
     friend class num_get<C, basic_ibuf_iterator>;
+    // Where the reader left off: no fetch.
+    basic_ibuf_iterator(basic_streambuf<C>* b, int c, bool end) noexcept : buf_(b), c_(c), end_(end) {}
 
     void sgetc() {
         c_ = buf_ != nullptr ? buf_->sgetc() : buffer_eof<C>::value;
