@@ -1,7 +1,8 @@
 // basic_filebuf and xfopen: a stream buffer over a C FILE that moves one
 // character at a time through xgetc/xputc/xungetc with the descriptors of
-// the locale's codecvt facets. The 32-character array is only a staging
-// area; the C stream does the real buffering.
+// the locale's codecvt facets (the narrow buffer writes its held run with
+// one fwrite). The 32-character array is only a staging area; the C stream
+// does the real buffering.
 //
 // Staging (see streambuf.h): the first character written opens the put
 // area and is held in it; a write that meets a full area sends the 32 held
@@ -140,10 +141,17 @@ basic_streambuf<C>* basic_filebuf<C>::setbuf(C* p, long n) {
 template <class C>
 int basic_filebuf<C>::syncout(int c) {
     bool ok = true;
-    for (C* p = this->pbase(); p < this->pptr(); ++p) {
-        if (!xputc(*p, file_, out_ldx_)) {
-            ok = false;
-            break;
+    if constexpr (sizeof(C) == 1) {
+        // xputc of a `char` is fputc with no conversion: the held run goes
+        // to the C stream in one fwrite, which stops where fputc would fail.
+        std::size_t const n = std::size_t(this->pptr() - this->pbase());
+        ok = n == 0 || std::fwrite(this->pbase(), 1, n, file_) == n;
+    } else {
+        for (C* p = this->pbase(); p < this->pptr(); ++p) {
+            if (!xputc(*p, file_, out_ldx_)) {
+                ok = false;
+                break;
+            }
         }
     }
     if (ok && c != base::eof())

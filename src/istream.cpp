@@ -5,9 +5,18 @@
 // clear() at the end of the operation, after which do_isfx() runs.
 #include <zel/istream.h>
 
+#include <typeinfo>
+
 namespace zel {
 
 namespace {
+
+// Resets the field width; most operations find it 0 already, and setting
+// it is a call.
+inline void reset_width(ios_base& io) noexcept {
+    if (io.width() != 0)
+        io.width(0);
+}
 
 // Where the field reader stores: a character array (NUL-terminated at the
 // end) or a string (filled in chunks, to spare the string one call per
@@ -72,9 +81,20 @@ bool basic_istream<C>::do_ipfx(bool noskip) {
         if (!noskip && (this->flags() & ios_base::skipws)) {
             // End of input ends the skip without eofbit; the extraction
             // that follows meets it again and says so.
+            // The library's own ctype answers from its descriptor's class
+            // table, so that is read directly (for `char` only codes below
+            // 0x80 are in it, by the sign rule); a derived one is asked.
             int c = b->sgetc();
-            while (c != end_of_file && this->is_ctype(mask(0x20), C(c), false))
-                c = b->snextc();
+            ctype<C> const* classes = this->classifier();
+            if (typeid(*classes) == typeid(ctype<C>)) {
+                constexpr unsigned in_table = sizeof(C) == 1 ? 0x80u : 0x100u;
+                unsigned char const* table = classes->facet_ldx()->class_table;
+                while (c != end_of_file && unsigned(c) < in_table && (table[c] & 0x20) != 0)
+                    c = b->snextc();
+            } else {
+                while (c != end_of_file && this->is_ctype(mask(0x20), C(c), false))
+                    c = b->snextc();
+            }
         }
     }
     this->clear(this->rdstate() | err);
@@ -201,7 +221,7 @@ void basic_istream<C>::do_get(void* p, num_base::num_type t) {
         iterator_type last;
         this->reader()->get(it, last, *this, err, t, p);
     }
-    this->width(0);
+    reset_width(*this);
     this->clear(this->rdstate() | (err & 7));
     do_isfx();
 }
@@ -213,7 +233,7 @@ void basic_istream<C>::do_get(string_type& s) {
     // does not skip) then finds the same state.
     do_ipfx(false);
     do_get(s, n, 1, false, -1, mask(0x20), true);
-    this->width(0);
+    reset_width(*this);
 }
 
 template <class C>
@@ -221,7 +241,7 @@ void basic_istream<C>::do_get(C* s) {
     long const n = this->width() != 0 ? this->width() : no_limit;
     do_ipfx(false);
     do_get(s, n, 1, false, -1, mask(0x20), true);
-    this->width(0);
+    reset_width(*this);
 }
 
 template <class C>
@@ -237,7 +257,7 @@ void basic_istream<C>::do_get(C& c, bool noskip) {
         }
     }
     if (!noskip)
-        this->width(0);
+        reset_width(*this);
     this->clear(this->rdstate() | bits);
     do_isfx();
 }

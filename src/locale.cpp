@@ -18,6 +18,7 @@
 #include <cfloat>
 #include <cstring>
 #include <mutex>
+#include <typeinfo>
 
 #include <zel/exception.h>
 #include <zel/ios.h>
@@ -25,6 +26,7 @@
 #include <zel/streambuf.h>
 
 #include "ldx_native.h"
+#include "numscan.h"
 
 namespace zel {
 
@@ -630,102 +632,116 @@ unsigned num_base::insert(text_sink text, fill_sink fill, void* context, ios_bas
     return zel::insert(text, context, fill, fill_char, v, width, precision, flags, point);
 }
 
-void num_base::extract(number_getter get, space_predicate space, void* context, ios_base& io,
-                       long& error, locale::id& punct_id, num_type code, void* value) {
+namespace {
+
+// The bridge behind num_base::extract over any character source of
+// numscan.h: the callbacks of the public form, or a stream buffer that
+// num_get reads in place. The engines and every rule are the same either
+// way. `loc` is the stream's locale (for the decimal point).
+template <class Source>
+void extract_from(Source& src, ios_base& io, locale const& loc, long& error,
+                  locale::id& punct_id, num_base::num_type code, void* value) {
+    using nb = num_base;
     unsigned const radix = static_cast<unsigned>(io.radix());
     long const flags = io.flags();
     bool at_end = false;
 
     switch (code) {
-    case t_char:
-    case t_schar:
-    case t_short:
-    case t_int:
-    case t_long:
-    case t_int64:
-    case t_bool: {
-        std::int64_t v = 0;
-        int const r = zel::extract(get, context, space, context, radix, flags, v, &at_end);
-        if (errno == 0) {
-            if (r == 10 || r == -10) {
+    case nb::t_char:
+    case nb::t_schar:
+    case nb::t_short:
+    case nb::t_int:
+    case nb::t_long:
+    case nb::t_int64:
+    case nb::t_bool: {
+        std::uint64_t bits = 0;
+        int const r = detail::scan_integer(src, radix, flags, true, bits, &at_end);
+        std::int64_t const v = detail::as_signed(bits);
+        int err = errno;  // read once: errno is a call away
+        if (err == 0) {
+            // One test for either sign: the sign of a value is no pattern
+            // a branch predictor could follow.
+            if ((r < 0 ? -r : r) == 10) {
                 signed_bounds const b = signed_range(code);
                 if (v < b.lo || v > b.hi)
-                    errno = ERANGE;
+                    err = errno = ERANGE;
             } else {
-                std::uint64_t const bits = static_cast<std::uint64_t>(v);
                 std::uint64_t const magnitude = r < 0 ? 0 - bits : bits;
                 if (magnitude > unsigned_max(code))
-                    errno = ERANGE;
+                    err = errno = ERANGE;
             }
         }
         if (at_end)
             error |= 2;
-        if (errno != 0)
+        if (err != 0)
             break;
         switch (code) {
-        case t_short: store(value, static_cast<short>(v)); break;
-        case t_int: store(value, static_cast<int>(v)); break;
-        case t_long: store(value, static_cast<long>(v)); break;
-        case t_int64: store(value, static_cast<long long>(v)); break;
-        case t_bool: store(value, v != 0); break;
+        case nb::t_short: store(value, static_cast<short>(v)); break;
+        case nb::t_int: store(value, static_cast<int>(v)); break;
+        case nb::t_long: store(value, static_cast<long>(v)); break;
+        case nb::t_int64: store(value, static_cast<long long>(v)); break;
+        case nb::t_bool: store(value, v != 0); break;
         default: store(value, static_cast<signed char>(v)); break;
         }
         return;
     }
-    case t_uchar:
-    case t_ushort:
-    case t_uint:
-    case t_ulong:
-    case t_uint64:
-    case t_pointer: {
+    case nb::t_uchar:
+    case nb::t_ushort:
+    case nb::t_uint:
+    case nb::t_ulong:
+    case nb::t_uint64:
+    case nb::t_pointer: {
         std::uint64_t v = 0;
-        int const r = zel::extract(get, context, space, context, code == t_pointer ? 16 : radix,
-                                   flags, v, &at_end);
-        if (errno == 0) {
+        int const r = detail::scan_integer(src, code == nb::t_pointer ? 16 : radix, flags, false,
+                                           v, &at_end);
+        int err = errno;
+        if (err == 0) {
             std::uint64_t const magnitude = r < 0 ? 0 - v : v;
             if (magnitude > unsigned_max(code))
-                errno = ERANGE;
+                err = errno = ERANGE;
         }
         if (at_end)
             error |= 2;
-        if (errno != 0)
+        if (err != 0)
             break;
         switch (code) {
-        case t_uchar: store(value, static_cast<unsigned char>(v)); break;
-        case t_ushort: store(value, static_cast<unsigned short>(v)); break;
-        case t_uint: store(value, static_cast<unsigned>(v)); break;
-        case t_ulong: store(value, static_cast<unsigned long>(v)); break;
-        case t_uint64: store(value, static_cast<unsigned long long>(v)); break;
+        case nb::t_uchar: store(value, static_cast<unsigned char>(v)); break;
+        case nb::t_ushort: store(value, static_cast<unsigned short>(v)); break;
+        case nb::t_uint: store(value, static_cast<unsigned>(v)); break;
+        case nb::t_ulong: store(value, static_cast<unsigned long>(v)); break;
+        case nb::t_uint64: store(value, static_cast<unsigned long long>(v)); break;
         default: store(value, utype2ptr(v)); break;
         }
         return;
     }
-    case t_float:
-    case t_double:
-    case t_ldouble: {
+    case nb::t_float:
+    case nb::t_double:
+    case nb::t_ldouble: {
         double lo = DBL_MIN, hi = DBL_MAX;
-        if (code == t_float) {
+        if (code == nb::t_float) {
             lo = FLT_MIN;
             hi = FLT_MAX;
         }
         // strtod under the "C" locale on this thread; the engine reads the
         // locale's point and hands "." to strtod.
-        unsigned char const point = static_cast<unsigned char>(decimal_point_of(io.loc_, punct_id));
+        unsigned char const point = static_cast<unsigned char>(decimal_point_of(loc, punct_id));
         detail::thread_locale scope(detail::c_native());
-        long double v = 0;
-        zel::extract(get, context, space, context, point, flags, v, &at_end);
-        if (errno == 0) {
+        detail::floating_result out;
+        detail::scan_floating(src, point, flags, out, &at_end);
+        long double const v = out.stored ? out.value : 0;
+        int err = errno;
+        if (err == 0) {
             long double const m = v < 0 ? -v : v;
             if (m != 0 && (m < lo || m > hi))
-                errno = ERANGE;
+                err = errno = ERANGE;
         }
         if (at_end)
             error |= 2;
-        if (errno != 0)
+        if (err != 0)
             break;
-        if (code == t_float)
+        if (code == nb::t_float)
             store(value, static_cast<float>(v));
-        else if (code == t_double)
+        else if (code == nb::t_double)
             store(value, static_cast<double>(v));
         else
             store(value, v);
@@ -735,6 +751,80 @@ void num_base::extract(number_getter get, space_predicate space, void* context, 
     error |= 4;
     errno = 0;
 }
+
+} // namespace
+
+void num_base::extract(number_getter get, space_predicate space, void* context, ios_base& io,
+                       long& error, locale::id& punct_id, num_type code, void* value) {
+    detail::callback_source src{get, context, space, context};
+    extract_from(src, io, io.loc_, error, punct_id, code, value);
+}
+
+// ---- num_put's decimal digits -----------------------------------------------
+
+namespace {
+
+// "00" to "99", for the plain decimal case of num_put::do_put.
+char const digit_pairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+} // namespace
+
+// ---- num_get's buffer source ------------------------------------------------
+
+namespace {
+
+// The engines' character source over the buffer an input iterator reads,
+// starting from the iterator's current character and end flag. It has the
+// effect of the sbumpc and sgetc calls the iterator makes behind cget, in
+// the same order, minus a call through a pointer per character: when the
+// next character is already in the get area neither call could reach a
+// hook, so the source steps gptr itself; otherwise it makes the two calls
+// (so a derived buffer sees the same underflow and uflow calls). White
+// space is tested on the descriptor's class table when `table` is set (the
+// classifier is the library's own ctype, whose answers come from that
+// table: for `char` only codes below 0x80 are in it, by the sign rule),
+// else by the classifier.
+template <class C>
+struct buffer_source {
+    basic_streambuf<C>* buf;
+    C*& gptr;
+    C* const& egptr;
+    int c;
+    bool end;
+    ctype<C> const* classes;
+    unsigned char const* table;
+
+    static constexpr bool usable() noexcept { return true; }
+    unsigned first() const noexcept { return end ? end_of_input : static_cast<unsigned>(c); }
+    unsigned next() {
+        if (end)
+            return end_of_input;
+        C* const g = gptr;
+        if (g != nullptr && egptr - g > 1) {
+            gptr = g + 1;
+            c = static_cast<int>(static_cast<std::make_unsigned_t<C>>(g[1]));
+            return static_cast<unsigned>(c);
+        }
+        buf->sbumpc();
+        c = buf->sgetc();
+        end = c == basic_streambuf<C>::eof();
+        return first();
+    }
+    bool space(unsigned ch) const {
+        if (ch == end_of_input)
+            return false;
+        if (table) {
+            constexpr unsigned in_table = sizeof(C) == 1 ? 0x80u : 0x100u;
+            return ch < in_table && (table[ch] & ctype_base::space) != 0;
+        }
+        return classes->is(ctype_base::space, static_cast<C>(ch));
+    }
+};
+
+} // namespace
 
 // ---- num_put --------------------------------------------------------------------
 
@@ -758,9 +848,7 @@ unsigned num_put<C, OutIt>::facet_id() const {
 
 template <class C, class OutIt>
 void num_put<C, OutIt>::ccopy(void* context, char const* text, unsigned n) {
-    OutIt& it = *static_cast<OutIt*>(context);
-    for (unsigned i = 0; i < n; ++i, ++it)
-        *it = static_cast<C>(static_cast<unsigned char>(text[i]));
+    static_cast<OutIt*>(context)->put_text(text, n);
 }
 
 template <class C, class OutIt>
@@ -816,6 +904,61 @@ OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
             *it = name.data()[i];
         if (left)
             cfill(&it, &fill, pad);
+        return it;
+    }
+    if (code >= t_char && code <= t_uint64 && io.width() == 0 && (io.radix() == 0 || io.radix() == 10) &&
+        (io.flags() & ios_flags::showpos) == 0) {
+        // Plain decimal, the common case: a "-" and the digits, which is
+        // all the integer engine writes here (no prefix, no fill: its fill
+        // of 0 characters writes nothing), sent in one run. The engine
+        // clears errno; so does this.
+        std::uint64_t magnitude = 0;
+        bool negative = false;
+        auto take = [&](auto v) {
+            magnitude = static_cast<std::uint64_t>(v);
+            if constexpr (std::is_signed_v<decltype(v)>) {
+                negative = v < 0;
+                magnitude = negative ? 0 - magnitude : magnitude;
+            }
+        };
+        switch (code) {
+        case t_char:
+        case t_schar: take(load<signed char>(value)); break;
+        case t_uchar: take(load<unsigned char>(value)); break;
+        case t_short: take(load<short>(value)); break;
+        case t_ushort: take(load<unsigned short>(value)); break;
+        case t_int: take(load<int>(value)); break;
+        case t_uint: take(load<unsigned>(value)); break;
+        case t_long: take(load<long>(value)); break;
+        case t_ulong: take(load<unsigned long>(value)); break;
+        case t_int64: take(load<long long>(value)); break;
+        default: take(load<unsigned long long>(value)); break;
+        }
+        char text[24];
+        char* const end = text + sizeof text;
+        char* p = end;
+        // 64-bit division is a library call on 32-bit targets.
+        while (magnitude > 0xFFFFFFFFu) {
+            *--p = static_cast<char>('0' + magnitude % 10);
+            magnitude /= 10;
+        }
+        auto w = static_cast<std::uint32_t>(magnitude);
+        while (w >= 100) {
+            unsigned const r = w % 100;
+            w /= 100;
+            p -= 2;
+            std::memcpy(p, digit_pairs + 2 * r, 2);
+        }
+        // The last one or two digits: a pair is written either way and a
+        // lone digit's leading "0" dropped, with no branch on the count
+        // of digits.
+        p -= 2;
+        std::memcpy(p, digit_pairs + 2 * w, 2);
+        p += w < 10;
+        *--p = '-';  // kept only for a negative value, again without a branch
+        p += !negative;
+        errno = 0;
+        it.put_text(p, static_cast<unsigned>(end - p));
         return it;
     }
     insert(&ccopy, &cfill, &it, io, &fill, numpunct<C>::id, code, value);
@@ -919,7 +1062,21 @@ InIt num_get<C, InIt>::do_get(InIt it, InIt end, ios_base& io, long& error, num_
                               void* value) const {
     if (code == t_bool && (io.flags() & ios_flags::boolalpha) != 0)
         return get_boolalpha(it, end, io, error, *static_cast<bool*>(value));
-    source s{&it, &end, &use_facet<ctype<C>>(io.loc_)};
+    ctype<C> const& classes = use_facet<ctype<C>>(io.loc_);
+    if (it.buf_ != nullptr && end.end_) {
+        // Reading a buffer to its end (as the streams do): the engines run
+        // over the buffer itself and leave the iterator where they stopped.
+        // The library's own ctype answers from its descriptor's table, so
+        // that is read directly; a derived classifier is asked.
+        unsigned char const* table =
+            typeid(classes) == typeid(ctype<C>) ? classes.facet_ldx()->class_table : nullptr;
+        buffer_source<C> src{it.buf_, it.buf_->gptr_, it.buf_->egptr_, it.c_, it.end_, &classes, table};
+        extract_from(src, io, io.loc_, error, numpunct<C>::id, code, value);
+        // Built from the values, not stored into `it` and read back whole:
+        // that makes the processor wait for the two stores.
+        return InIt(it.buf_, src.c, src.end);
+    }
+    source s{&it, &end, &classes};
     extract(&cget, &cspace, &s, io, error, numpunct<C>::id, code, value);
     return it;
 }

@@ -7,6 +7,17 @@
 
 namespace zel {
 
+namespace {
+
+// Resets the field width; most operations find it 0 already, and setting
+// it is a call.
+inline void reset_width(ios_base& io) noexcept {
+    if (io.width() != 0)
+        io.width(0);
+}
+
+} // namespace
+
 template <class C>
 basic_ostream<C>::basic_ostream(streambuf_type* buffer) : ios_type(buffer) {}
 
@@ -74,7 +85,7 @@ basic_ostream<C>& basic_ostream<C>::put_text(C const* s, unsigned long n) {
         do_write(s, long(n));
     if (this->rdstate() == 0 && pad > 0 && on_left)
         do_write(this->fill(), pad);
-    this->width(0);
+    reset_width(*this);
     return *this;
 }
 
@@ -127,7 +138,7 @@ basic_ostream<C>& basic_ostream<C>::do_put(void const* value, num_base::num_type
     } catch (...) {
         err |= ios_base::failbit;
     }
-    this->width(0);
+    reset_width(*this);
     set_bits(err);
     finish();
     return *this;

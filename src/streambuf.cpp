@@ -97,13 +97,30 @@ template <class C>
 long basic_streambuf<C>::xsputn(C const* s, long n, bool advance) {
     if (!s || n < 1)
         return 0;
+    if (advance && pptr_ && epptr_ - pptr_ >= n) {
+        // All of it fits: one copy, no overflow.
+        if (n <= 16) {
+            for (long i = 0; i < n; ++i)
+                pptr_[i] = s[i];
+        } else {
+            std::memcpy(pptr_, s, std::size_t(n) * sizeof(C));
+        }
+        pptr_ += n;
+        return n;
+    }
     long count = 0;
     while (count < n) {
         if (advance && pptr_ && epptr_ - pptr_ > 1) {
             // A run that fits the put area goes in at once.
             long const room = long(epptr_ - pptr_);
             long const k = n - count < room ? n - count : room;
-            std::memcpy(pptr_, s, std::size_t(k) * sizeof(C));
+            // Short runs (a separator, a number's text) are copied in line.
+            if (k <= 16) {
+                for (long i = 0; i < k; ++i)
+                    pptr_[i] = s[i];
+            } else {
+                std::memcpy(pptr_, s, std::size_t(k) * sizeof(C));
+            }
             pptr_ += k;
             s += k;
             count += k;

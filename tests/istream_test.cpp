@@ -6,8 +6,10 @@
 #include <zel/istream.h>
 #include <zel/sstream.h>
 
+#include <cstdio>
 #include <limits>
 #include <random>
+#include <string>
 
 #include <gtest/gtest.h>
 
@@ -281,6 +283,97 @@ TEST(IstreamState, ArbitraryBytesIntoEveryExtractor) {
         is.clear();
         EXPECT_LE(is.tellg(), std::int64_t(input.size()));
     }
+}
+
+// A buffer that hands its text over one character per underflow, so every
+// number is split across refills.
+class trickle_buf : public zel::streambuf {
+public:
+    explicit trickle_buf(std::string s) : text_(std::move(s)) {}
+
+protected:
+    int underflow() override {
+        if (at_ == text_.size())
+            return eof();
+        one_ = text_[at_++];
+        setg(&one_, &one_, &one_ + 1);
+        return static_cast<unsigned char>(one_);
+    }
+
+private:
+    std::string text_;
+    std::size_t at_ = 0;
+    char one_ = 0;
+};
+
+// Seeded texts of numbers, signs, blanks and stray characters, read by type
+// in turn from a string stream and from the trickling buffer: the same
+// values, states and next characters after every extraction.
+TEST(IstreamDerived, AOneCharacterBufferReadsWhatAStringStreamReads) {
+    std::mt19937_64 rng(57);
+    char const stray[] = " \t\n+-.eExX,#\xe9";
+    for (int run = 0; run < 200; ++run) {
+        std::string input;
+        for (int n = int(rng() % 8); n > 0; --n) {
+            zel::ostringstream os;
+            os.flags(rng() % 2 ? ios_base::scientific : 0);
+            if (rng() % 2)
+                os << zel_test::random_value<long long>(rng);
+            else
+                os << zel_test::random_value<double>(rng, 80);
+            input += text(os.str());
+            input += stray[rng() % (sizeof stray - 1)];
+        }
+        zel::istringstream whole(zel::string(input.data(), unsigned(input.size())));
+        trickle_buf buf(input);
+        zel::istream trickled(&buf);
+        long const flags = (rng() % 4 ? ios_base::skipws : 0) | radix_bits[rng() % 4] * long(rng() % 2);
+        whole.flags(flags);
+        trickled.flags(flags);
+        for (int step = 0; step < 12; ++step) {
+            std::string got[2];
+            zel::istream* streams[] = {&whole, &trickled};
+            for (int k = 0; k < 2; ++k) {
+                zel::istream& is = *streams[k];
+                long long i = 7;
+                double d = 7;
+                short h = 7;
+                if (step % 3 == 0)
+                    is >> i;
+                else if (step % 3 == 1)
+                    is >> d;
+                else
+                    is >> h;
+                char line[64];
+                std::snprintf(line, sizeof line, "%lld %.17g %d state %ld next %d", i, d, h,
+                              is.rdstate(), is.rdbuf()->sgetc());
+                got[k] = line;
+                is.clear();
+            }
+            ASSERT_EQ(got[0], got[1]) << "step " << step << " of " << input;
+        }
+    }
+}
+
+// A classifier that also takes ',' for white space: the prefix step and
+// the number reader must ask it rather than the tables.
+struct comma_space : zel::ctype<char> {
+protected:
+    using zel::ctype<char>::do_is;
+    bool do_is(mask m, char c) const override {
+        return ((m & space) != 0 && c == ',') || zel::ctype<char>::do_is(m, c);
+    }
+};
+
+TEST(IstreamDerived, ADerivedClassifierDecidesWhatIsWhiteSpace) {
+    zel::istringstream is("1,,2, -,3");
+    is.imbue(zel::locale(zel::locale::classic(), new comma_space));
+    int a = 0, b = 0, c = 0;
+    is >> a >> b >> c;
+    EXPECT_EQ(a, 1);
+    EXPECT_EQ(b, 2);
+    EXPECT_EQ(c, -3);
+    EXPECT_EQ(is.rdstate(), ios_base::eofbit);
 }
 
 // A derived stream that treats '#' lines as white space before each

@@ -224,6 +224,47 @@ TEST(OstreamText, WideStreamsWriteTheSameCharacters) {
     EXPECT_TRUE(d.str() == zel::wstring(u"1.5 -7    n\u00e9"));
 }
 
+// A put area of three characters, emptied into `out` by overflow: number
+// text meets the end of the area at every offset.
+struct narrow_area_buf : zel::streambuf {
+    std::string out;
+    char area[3];
+    narrow_area_buf() { setp(area, area + sizeof area); }
+    std::string all() const { return out + std::string(pbase(), pptr()); }
+
+protected:
+    int overflow(int c) override {
+        out.append(pbase(), pptr());
+        setp(area, area + sizeof area);
+        return sputc(char(c));
+    }
+};
+
+TEST(OstreamNumbers, TextSplitAcrossAFullPutAreaAsAStringStreamHasIt) {
+    std::mt19937_64 rng(31);
+    narrow_area_buf buf;
+    zel::ostream narrow(&buf);
+    zel::ostringstream roomy;
+    for (int i = 0; i < 300; ++i) {
+        long const flags = radixes[rng() % 5] | adjustments[rng() % 4] | long(rng() & 0x38);
+        long const width = long(rng() % 12);
+        auto const n = random_value<long long>(rng);
+        auto const d = random_value<double>(rng);
+        for (zel::ostream* os : {&narrow, static_cast<zel::ostream*>(&roomy)}) {
+            os->flags(flags);
+            os->width(width);
+            if (i % 3 == 0)
+                *os << n;
+            else if (i % 3 == 1)
+                *os << d;
+            else
+                *os << static_cast<unsigned short>(n);
+            *os << ' ';
+        }
+    }
+    EXPECT_EQ(buf.all(), text(roomy.str()));
+}
+
 // A buffer that counts syncs and can refuse or throw on writing.
 struct probe_buf : zel::streambuf {
     enum mode { accept, refuse, raise } how = accept;

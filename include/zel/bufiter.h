@@ -13,6 +13,8 @@ namespace zel {
 
 template <class C>
 class basic_streambuf;
+template <class C, class InIt>
+class num_get;
 
 // The integer form of end of file for a character type: -1 for `char`,
 // 0xFFFF for `unsigned short` (so the wide character 0xFFFF reads as end
@@ -45,6 +47,11 @@ public:
             failed_ = true;
         return *this;
     }
+    // Puts the n characters of text (widened from bytes) as n sputc calls
+    // would: what fits in the put area goes in at once (sputc reaches no
+    // hook there), the rest by sputc one at a time. Defined where the
+    // buffer is complete (streambuf.h).
+    void put_text(char const* text, unsigned n);
     basic_obuf_iterator& operator*() noexcept { return *this; }
     basic_obuf_iterator& operator++() noexcept { return *this; }
     basic_obuf_iterator& operator++(int) noexcept { return *this; }
@@ -102,6 +109,12 @@ public:
     basic_streambuf<C>* buffer() const noexcept { return buf_; }
 
 private:
+    // The reader facet runs its engines over the buffer itself and leaves
+    // the iterator where they stopped (see num_get::do_get).
+    friend class num_get<C, basic_ibuf_iterator>;
+    // Where the reader left off: no fetch.
+    basic_ibuf_iterator(basic_streambuf<C>* b, int c, bool end) noexcept : buf_(b), c_(c), end_(end) {}
+
     void sgetc() {
         c_ = buf_ != nullptr ? buf_->sgetc() : buffer_eof<C>::value;
         end_ = c_ == buffer_eof<C>::value;

@@ -354,7 +354,8 @@ struct ZEL_API num_base {
     // target takes any value that fits its unsigned partner ("ff" in hex
     // reads as -1 into a signed char); an unsigned target takes "-1" as its
     // maximum. A pointer is read in radix 16 and may be any address of the
-    // target (up to all bits of a pointer set).
+    // target (up to all bits of a pointer set). An exception from the
+    // getter passes through; the target is then untouched.
     static void extract(number_getter get, space_predicate space, void* context, ios_base& io,
                         long& error, locale::id& punct_id, num_type code, void* value);
 };
