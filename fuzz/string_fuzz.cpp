@@ -73,9 +73,15 @@ unsigned substitute_model(std::string& m, std::string const& p, std::string cons
     if (p.empty())
         return npos;
     if (flags == zel::string::sub_all) {
+        // The folded twin takes the same replacements, so every search is
+        // one pass from where the last replacement ended.
+        std::string const fp = fold ? lower(p) : p;
+        std::string const fr = fold ? lower(r) : r;
+        std::string folded = fold ? lower(m) : m;
         unsigned count = 0;
-        for (unsigned at = 0; (at = find_model(m, p, at, fold)) != npos; at += unsigned(r.size())) {
+        for (std::size_t at = 0; (at = folded.find(fp, at)) != std::string::npos; at += r.size()) {
             m.replace(at, p.size(), r);
+            folded.replace(at, p.size(), fr);
             ++count;
         }
         return count;
@@ -203,6 +209,8 @@ struct runner {
     }
 
     void substitution() {
+        if (m.size() > 1024)
+            return;  // a substitution of every occurrence may multiply the size
         static unsigned const flag_values[] = {1, 2, 4, 0, 3};
         unsigned const flags = flag_values[in.ConsumeIntegralInRange<unsigned>(0, 4)];
         bool const fold = in.ConsumeBool();
