@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/platform.h"
+
 namespace {
 
 using zel::ios_base;
@@ -272,14 +274,12 @@ TEST(Filebuf, BesideAModelWide) { run_file_beside_model<unsigned short>(17); }
 // The wide file buffer converts with the descriptors of the locale it is
 // given: one character, one or two bytes.
 TEST(Filebuf, WideThroughNamedLocales) {
-    setenv("LOCPATH", ZEL_TEST_LOCPATH, 0);
     struct row {
         char const* name;
         std::string bytes;
     };
     for (row const& r : {row{"de_DE.UTF-8", "\xC3\xA9x\xE2\x82\xAC"}, row{"de_DE.ISO-8859-1", "\xE9x"}}) {
-        if (!zel::ldx_manager::supports(r.name, 0))
-            GTEST_SKIP() << r.name << " was not generated (localedef missing?)";
+        ZEL_REQUIRE_TEST_LOCALE(r.name);
         zel::locale const loc(r.name);
         bool const utf8 = r.bytes.size() > 3;
         scratch f("wide");

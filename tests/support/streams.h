@@ -1,11 +1,12 @@
-// Helpers shared by the locale and stream tests: the test locales' folder
-// (ctest sets LOCPATH; a run by hand gets the same from here),
-// a zel string as a std::string, seeded values of every arithmetic type at
+// Helpers shared by the locale and stream tests: the test locales (see
+// platform.h), a zel string as a std::string, seeded values of every arithmetic type at
 // every magnitude, and the text an expected exception carries.
 #ifndef ZEL_TEST_STREAMS_H
 #define ZEL_TEST_STREAMS_H
 
 #include <zel/string.h>
+
+#include "platform.h"
 
 #include <cmath>
 #include <cstdint>
@@ -15,12 +16,6 @@
 #include <type_traits>
 
 namespace zel_test {
-
-// The generated locales live beside the build; set once before any test.
-struct locpath_setter {
-    locpath_setter() { setenv("LOCPATH", ZEL_TEST_LOCPATH, 0); }
-};
-inline locpath_setter const locpath;
 
 inline std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
 
