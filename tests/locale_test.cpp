@@ -294,7 +294,7 @@ void round_trips(unsigned seed) {
     long const radix_flags[] = {ios_base::bin, ios_base::oct, ios_base::dec, ios_base::hex, 0};
     for (int step = 0; step < 3000; ++step) {
         ios_base io;
-        bool const de = (rng() & 1) != 0;
+        bool const de = (rng() & 1) != 0 && have_de;
         io.imbue(de ? de_loc : c_loc);
         std::uint64_t const r = rng();
         if ((r & 0xF) < 12) {

@@ -29,9 +29,9 @@ enum class needs {
     test_locales,
     // The C library's POSIX regular expressions (regcomp, regexec).
     posix_regex,
-    // A program's replacement of the global operator new and delete that
-    // also serves the library's own requests.
-    shared_operator_new,
+    // Kernel objects (mutexes, semaphores, events) that the library makes on
+    // the heap, so that a failed allocation makes their creation fail.
+    kernel_objects_on_the_heap,
 };
 
 // Null when the target has it, otherwise why not.
@@ -44,9 +44,9 @@ inline char const* missing(needs what) noexcept {
                "has its own names and data for locales";
     case needs::posix_regex:
         return "the Windows C runtime has no POSIX regcomp/regexec to compare with";
-    case needs::shared_operator_new:
-        return "on Windows a DLL keeps its own operator new: the test program's replacement "
-               "does not reach the library's requests";
+    case needs::kernel_objects_on_the_heap:
+        return "Windows makes kernel objects itself: no allocation of the program's can make "
+               "their creation fail";
     }
     return nullptr;
 #else
