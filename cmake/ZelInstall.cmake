@@ -9,6 +9,10 @@ install(TARGETS zel EXPORT zelTargets
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(DIRECTORY include/zel DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# A cross-built DLL travels with the compiler's runtime DLLs it needs.
+if(ZEL_RUNTIME_DLLS)
+  install(FILES ${ZEL_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 
 set(zel_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zel)
 install(EXPORT zelTargets NAMESPACE zel:: DESTINATION ${zel_cmake_dir})

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <thread>
 
@@ -227,7 +228,7 @@ void containers() {
 // build generates de_DE.UTF-8 into its own tree; the tour looks there first.
 void buffers_and_locales() {
     section("A file through a file buffer; a number in two locales");
-    std::string const path = std::string(P_tmpdir) + "/zel_tour_buffer.txt";
+    std::string const path = (std::filesystem::temp_directory_path() / "zel_tour_buffer.txt").string();
     char const text[] = "a file buffer stages 32 characters\nin front of the C stream\n";
     zel::filebuf out;
     if (!out.open(path.c_str(), zel::ios_base::out)) {
@@ -245,10 +246,15 @@ void buffers_and_locales() {
     std::remove(path.c_str());
     std::printf("read back %d characters in %d lines\n", chars, lines);
 
-#ifdef ZEL_TOUR_LOCPATH
+#if defined(_WIN32)
+    char const* german = "German_Germany.1252";  // the Windows C runtime's name
+#else
+    char const* german = "de_DE.UTF-8";
+#  ifdef ZEL_TOUR_LOCPATH
     setenv("LOCPATH", ZEL_TOUR_LOCPATH, 0);  // the build's generated locales
+#  endif
 #endif
-    for (char const* name : {"C", "de_DE.UTF-8"}) {
+    for (char const* name : {"C", german}) {
         if (!zel::ldx_manager::supports(name, zel::locale_base::all)) {
             std::printf("%-12s not on this machine (the build generates it)\n", name);
             continue;

@@ -40,7 +40,7 @@ namespace {
 struct ldx_record {
     locale_descriptor d;
     char* full;
-    locale_t native;
+    detail::native_locale native;
 };
 
 ldx_record** map_ = nullptr;
@@ -48,7 +48,7 @@ unsigned size_ = 0;
 unsigned cap_ = 0;
 locale_descriptor const* curr_ = nullptr;
 std::mutex registry_mutex;
-std::atomic<locale_t> c_native_{locale_t(nullptr)};
+std::atomic<detail::native_locale> c_native_{detail::native_locale(nullptr)};
 
 ldx_record const* record_of(locale_descriptor const* d) noexcept {
     return reinterpret_cast<ldx_record const*>(d);
@@ -134,15 +134,41 @@ ldx_record* find_ldx(char const* full) noexcept {
     return nullptr;
 }
 
+#if defined(_WIN32)
+// The character classes and case maps of the calling thread's locale.
+void class_tables(locale_descriptor& d) noexcept {
+    for (int c = 0; c < 256; ++c) {
+        unsigned char m = 0;
+        if (iscntrl(c)) m |= locale_descriptor::cntrl;
+        if (isdigit(c)) m |= locale_descriptor::digit;
+        if (islower(c)) m |= locale_descriptor::lower;
+        if (isprint(c)) m |= locale_descriptor::print;
+        if (ispunct(c)) m |= locale_descriptor::punct;
+        if (isspace(c)) m |= locale_descriptor::space;
+        if (isupper(c)) m |= locale_descriptor::upper;
+        if (isxdigit(c)) m |= locale_descriptor::xdigit;
+        d.class_table[c] = m;
+        d.lower_table[c] = static_cast<unsigned char>(tolower(c));
+        d.upper_table[c] = static_cast<unsigned char>(toupper(c));
+    }
+}
+#endif
+
 void init_ldx(ldx_record& r, std::string const& full) {
     std::memset(static_cast<void*>(&r.d), 0, sizeof r.d);
+    r.full = new char[full.size() + 1];
+    std::memcpy(r.full, full.c_str(), full.size() + 1);
+#if defined(_WIN32)
+    r.native = r.full;
+#else
     r.native = newlocale(LC_ALL_MASK, full.c_str(), locale_t(nullptr));
     if (r.native == locale_t(nullptr))
         r.native = newlocale(LC_ALL_MASK, "C", locale_t(nullptr));
-    if (r.native == locale_t(nullptr))
+    if (r.native == locale_t(nullptr)) {
+        delete[] r.full;
         throw std::bad_alloc();
-    r.full = new char[full.size() + 1];
-    std::memcpy(r.full, full.c_str(), full.size() + 1);
+    }
+#endif
 
     locale_descriptor& d = r.d;
     copy_field(d.name, sizeof d.name, r.full);
@@ -166,6 +192,11 @@ void init_ldx(ldx_record& r, std::string const& full) {
         d.n_sep_by_space = lc->p_sep_by_space;  // kept: the positive value's setting
         d.p_sign_posn = lc->p_sign_posn;
         d.n_sign_posn = lc->n_sign_posn;
+#if defined(_WIN32)
+        // The classification below runs under this scope's thread locale.
+        class_tables(d);
+    }
+#else
     }
     locale_t const l = r.native;
     for (int c = 0; c < 256; ++c) {
@@ -182,6 +213,7 @@ void init_ldx(ldx_record& r, std::string const& full) {
         d.lower_table[c] = static_cast<unsigned char>(tolower_l(c, l));
         d.upper_table[c] = static_cast<unsigned char>(toupper_l(c, l));
     }
+#endif
 }
 
 void set_current(ldx_record const* r) noexcept {
@@ -322,9 +354,11 @@ void ldx_manager::destroy_map() noexcept {
     guard g(registry_mutex);
     if (map_ == nullptr)
         return;
-    c_native_.store(locale_t(nullptr), std::memory_order_release);
+    c_native_.store(detail::native_locale(nullptr), std::memory_order_release);
     for (unsigned i = 0; i < size_; ++i) {
+#if !defined(_WIN32)
         freelocale(map_[i]->native);
+#endif
         delete[] map_[i]->full;
         delete map_[i];
     }
@@ -335,16 +369,37 @@ void ldx_manager::destroy_map() noexcept {
     cap_ = 0;
 }
 
-locale_t detail::ldx_native(locale_descriptor const* d) {
+detail::native_locale detail::ldx_native(locale_descriptor const* d) {
     if (d == nullptr)
         d = ldx_manager::C();
     return record_of(d)->native;
 }
 
-locale_t detail::c_native() {
-    locale_t const l = c_native_.load(std::memory_order_acquire);
-    return l != locale_t(nullptr) ? l : ldx_native(nullptr);
+detail::native_locale detail::c_native() {
+    native_locale const l = c_native_.load(std::memory_order_acquire);
+    return l != native_locale(nullptr) ? l : ldx_native(nullptr);
 }
+
+#if defined(_WIN32)
+detail::thread_locale::thread_locale(native_locale l)
+    : mode_(_configthreadlocale(_ENABLE_PER_THREAD_LOCALE)), changed_(false) {
+    char const* present = std::setlocale(LC_ALL, nullptr);
+    if (present != nullptr && std::strcmp(present, l) == 0)
+        return;
+    if (mode_ == _ENABLE_PER_THREAD_LOCALE && present != nullptr)
+        saved_ = present;
+    changed_ = std::setlocale(LC_ALL, l) != nullptr;
+}
+
+detail::thread_locale::~thread_locale() {
+    // A thread that used the process's locale goes back to it, and the
+    // locale the scope set is dropped with the thread's own.
+    if (changed_ && !saved_.empty())
+        std::setlocale(LC_ALL, saved_.c_str());
+    if (mode_ != _ENABLE_PER_THREAD_LOCALE)
+        _configthreadlocale(mode_);
+}
+#endif
 
 // ---- ldx_lock -------------------------------------------------------------
 
@@ -404,9 +459,11 @@ bool xgetc(unsigned short& c, std::FILE* f, locale_descriptor const* d) {
     }
     if (r == static_cast<std::size_t>(-1) || r == static_cast<std::size_t>(-2))
         return false;
-    if (static_cast<unsigned long>(w) > 0xFFFFu)
+    // Nothing to refuse where wchar_t is 16 bits (Windows).
+    std::uint32_t const code = static_cast<std::uint32_t>(w);
+    if (code > 0xFFFFu)
         return false;
-    c = static_cast<unsigned short>(w);
+    c = static_cast<unsigned short>(code);
     return true;
 }
 

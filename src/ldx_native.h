@@ -8,21 +8,46 @@
 
 #include <locale.h>
 
+#include <string>
+
 #include <zel/ldx.h>
 
 namespace zel {
 namespace detail {
 
+#if defined(_WIN32)
+// The Windows C runtime has no uselocale: a thread switched to per-thread
+// locales (_configthreadlocale) and then given the locale with setlocale is
+// the same thing. A descriptor's native locale is its full name.
+using native_locale = char const*;
+#else
+using native_locale = locale_t;
+#endif
+
 // d's locale object; the "C" descriptor's for a null d.
-locale_t ldx_native(locale_descriptor const* d);
+native_locale ldx_native(locale_descriptor const* d);
 // The "C" descriptor's locale object, without taking the registry's lock
 // once the registry exists.
-locale_t c_native();
+native_locale c_native();
 
 // Makes `l` the calling thread's locale for the scope.
+#if defined(_WIN32)
 class thread_locale {
 public:
-    explicit thread_locale(locale_t l) noexcept : old_(uselocale(l)) {}
+    explicit thread_locale(native_locale l);
+    thread_locale(thread_locale const&) = delete;
+    thread_locale& operator=(thread_locale const&) = delete;
+    ~thread_locale();
+
+private:
+    int mode_;           // the thread's locale mode before the scope
+    std::string saved_;  // its own locale, when it had one and the scope changed it
+    bool changed_;
+};
+#else
+class thread_locale {
+public:
+    explicit thread_locale(native_locale l) noexcept : old_(uselocale(l)) {}
     thread_locale(thread_locale const&) = delete;
     thread_locale& operator=(thread_locale const&) = delete;
     ~thread_locale() { uselocale(old_); }
@@ -30,6 +55,7 @@ public:
 private:
     locale_t old_;
 };
+#endif
 
 } // namespace detail
 } // namespace zel

@@ -1,12 +1,38 @@
 // The stopwatch and the millisecond clock it reads.
 #include <zel/stopwatch.h>
 
-#include <chrono>
+#if defined(_WIN32)
+#  include <windows.h>
+#else
+#  include <chrono>
+#endif
 
 namespace zel {
 
 namespace {
 
+#if defined(_WIN32)
+// The performance counter: the system's monotonic clock, in its own units.
+std::int64_t counter_ms() noexcept {
+    static LARGE_INTEGER const frequency = [] {
+        LARGE_INTEGER f;
+        QueryPerformanceFrequency(&f);
+        return f;
+    }();
+    LARGE_INTEGER c;
+    QueryPerformanceCounter(&c);
+    std::int64_t const f = frequency.QuadPart;
+    return c.QuadPart / f * 1000 + c.QuadPart % f * 1000 / f;
+}
+
+std::int64_t epoch() noexcept {
+    static std::int64_t const first = counter_ms();
+    return first;
+}
+
+// Milliseconds since the epoch.
+std::int64_t elapsed_ms() noexcept { return counter_ms() - epoch(); }
+#else
 using steady = std::chrono::steady_clock;
 
 steady::time_point epoch() noexcept {
@@ -14,9 +40,15 @@ steady::time_point epoch() noexcept {
     return first;
 }
 
+// Milliseconds since the epoch.
+std::int64_t elapsed_ms() noexcept {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(steady::now() - epoch()).count();
+}
+#endif
+
 // Fix the epoch when the library is loaded, as a process clock starts with
 // the process.
-[[maybe_unused]] steady::time_point const load_time = epoch();
+[[maybe_unused]] auto const load_time = epoch();
 
 // The ticks from `from` to `to`, as a signed 32-bit difference.
 double ticks_between(std::int32_t from, std::int32_t to) noexcept {
@@ -27,9 +59,8 @@ double ticks_between(std::int32_t from, std::int32_t to) noexcept {
 } // namespace
 
 std::int32_t stopwatch::clock() noexcept {
-    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(steady::now() - epoch());
     // Wraps after 2^32 ms like a 32-bit tick counter; differences stay exact.
-    return static_cast<std::int32_t>(static_cast<std::uint32_t>(ms.count()));
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(elapsed_ms()));
 }
 
 stopwatch::~stopwatch() = default;

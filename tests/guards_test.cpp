@@ -14,6 +14,7 @@
 
 #include "support/allocation_hook.h"
 #include "support/concurrency.h"
+#include "support/platform.h"
 
 namespace {
 
@@ -334,6 +335,7 @@ std::size_t kernel_object_size(Make make) {
 }
 
 TEST(Creation, FailureRaisesHandleCreationFailed) {
+    ZEL_REQUIRE(kernel_objects_on_the_heap);
     auto fails = [](auto make) { zel_test::expect_sync_error(make, "Handle creation failed", guards_file); };
     {
         zel_test::failing_size fail(kernel_object_size([] { zel::mutex m; }));

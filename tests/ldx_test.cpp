@@ -39,6 +39,7 @@ locale_descriptor const* named(char const* name) {
 }
 
 #define REQUIRE_LOCALE(d, name)                                                  \
+    ZEL_REQUIRE(test_locales);                                                   \
     locale_descriptor const* d = named(name);                                    \
     if (d == nullptr)                                                            \
     GTEST_SKIP() << name << " was not generated (localedef missing?)"

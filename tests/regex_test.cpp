@@ -10,7 +10,11 @@
 #include <zel/exception.h>
 #include <zel/string.h>
 
-#include <regex.h>
+#include "support/platform.h"
+
+#if ZEL_TEST_HAVE_POSIX_REGEX
+#  include <regex.h>
+#endif
 
 #include <cstdio>
 #include <cstring>
@@ -129,8 +133,8 @@ TEST(RegexCompile, FailedCompileDropsTheProgram) {
 }
 
 TEST(RegexCompile, PrintStatus) {
-    char text[128] = {};
-    std::FILE* f = fmemopen(text, sizeof text, "w");
+    std::FILE* f = std::tmpfile();
+    ASSERT_NE(f, nullptr);
     zel::regex re;
     re.print_status(f);
     re.compile("a{2,1}");
@@ -139,6 +143,9 @@ TEST(RegexCompile, PrintStatus) {
     re.compile("a");
     std::fputc('|', f);
     re.print_status(f);
+    char text[128] = {};
+    std::rewind(f);
+    EXPECT_GT(std::fread(text, 1, sizeof text - 1, f), 0u);
     std::fclose(f);
     EXPECT_STREQ(text, "ready to compile|invalid closure specifier at index 5|OK - no errors");
     EXPECT_STREQ(zel::regex_base::message(22), "syntax error");
@@ -353,6 +360,8 @@ struct generator {
 };
 
 TEST(RegexDifferential, AgreesWithPosixExtendedMatching) {
+    ZEL_REQUIRE(posix_regex);
+#if ZEL_TEST_HAVE_POSIX_REGEX
     generator g(20240611);
     int compared = 0;
     for (int i = 0; i < 3000; ++i) {
@@ -375,6 +384,7 @@ TEST(RegexDifferential, AgreesWithPosixExtendedMatching) {
         regfree(&posix);
     }
     EXPECT_GT(compared, 4000);
+#endif
 }
 
 match_pair probe(zel::regex_base const& re, void const* s, unsigned unit, std::size_t n, match_pair* subs,

@@ -21,6 +21,17 @@
 #  define ZEL_API __attribute__((visibility("default")))
 #endif
 
+// The headers declare the library's own instantiations of its class
+// templates extern (ZEL_EXTERN_TEMPLATE(string_base<char>);), so clients
+// call those. A DLL built by GCC exports only their out-of-line members,
+// not the inline ones, so a Windows client instantiates the templates
+// itself: the inline members are its own copies, the rest come from the DLL.
+#if (defined(_WIN32) || defined(__CYGWIN__)) && !defined(ZEL_BUILDING)
+#  define ZEL_EXTERN_TEMPLATE(...) static_assert(true, "")
+#else
+#  define ZEL_EXTERN_TEMPLATE(...) extern template class ZEL_API __VA_ARGS__
+#endif
+
 // Counts, positions, element sizes and time-outs are `unsigned`, 32 bits on
 // every target (ILP32, LP64 and LLP64 alike).
 static_assert(sizeof(unsigned) == 4, "zel needs a 32-bit unsigned");

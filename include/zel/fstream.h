@@ -67,12 +67,12 @@ class ZEL_API basic_fstream : private file_stream_buffer<C>, public basic_iostre
 
 #undef ZEL_FILE_STREAM_MEMBERS
 
-extern template class ZEL_API basic_ifstream<char>;
-extern template class ZEL_API basic_ifstream<unsigned short>;
-extern template class ZEL_API basic_ofstream<char>;
-extern template class ZEL_API basic_ofstream<unsigned short>;
-extern template class ZEL_API basic_fstream<char>;
-extern template class ZEL_API basic_fstream<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_ifstream<char>);
+ZEL_EXTERN_TEMPLATE(basic_ifstream<unsigned short>);
+ZEL_EXTERN_TEMPLATE(basic_ofstream<char>);
+ZEL_EXTERN_TEMPLATE(basic_ofstream<unsigned short>);
+ZEL_EXTERN_TEMPLATE(basic_fstream<char>);
+ZEL_EXTERN_TEMPLATE(basic_fstream<unsigned short>);
 
 using ifstream = basic_ifstream<char>;
 using ofstream = basic_ofstream<char>;

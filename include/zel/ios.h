@@ -267,8 +267,8 @@ private:
     writer_type const* writer_;
 };
 
-extern template class ZEL_API basic_ios<char>;
-extern template class ZEL_API basic_ios<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_ios<char>);
+ZEL_EXTERN_TEMPLATE(basic_ios<unsigned short>);
 
 using ios = basic_ios<char>;
 using wios = basic_ios<unsigned short>;

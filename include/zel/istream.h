@@ -311,8 +311,8 @@ private:
     int glast_;
 };
 
-extern template class ZEL_API basic_istream<char>;
-extern template class ZEL_API basic_istream<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_istream<char>);
+ZEL_EXTERN_TEMPLATE(basic_istream<unsigned short>);
 
 using istream = basic_istream<char>;
 using wistream = basic_istream<unsigned short>;
@@ -326,8 +326,8 @@ public:
     ~basic_iostream() override;
 };
 
-extern template class ZEL_API basic_iostream<char>;
-extern template class ZEL_API basic_iostream<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_iostream<char>);
+ZEL_EXTERN_TEMPLATE(basic_iostream<unsigned short>);
 
 using iostream = basic_iostream<char>;
 using wiostream = basic_iostream<unsigned short>;

@@ -476,17 +476,17 @@ public:
     unsigned facet_id() const override;
 };
 
-extern template class ZEL_API ctype<char>;
-extern template class ZEL_API ctype<unsigned short>;
-extern template class ZEL_API numpunct<char>;
-extern template class ZEL_API numpunct<unsigned short>;
-extern template class ZEL_API num_put<char, obuf_iterator>;
-extern template class ZEL_API num_put<unsigned short, wobuf_iterator>;
-extern template class ZEL_API num_get<char, ibuf_iterator>;
-extern template class ZEL_API num_get<unsigned short, wibuf_iterator>;
-extern template class ZEL_API codecvt<char, char, int>;
-extern template class ZEL_API codecvt<char, unsigned short, int>;
-extern template class ZEL_API codecvt<unsigned short, char, int>;
+ZEL_EXTERN_TEMPLATE(ctype<char>);
+ZEL_EXTERN_TEMPLATE(ctype<unsigned short>);
+ZEL_EXTERN_TEMPLATE(numpunct<char>);
+ZEL_EXTERN_TEMPLATE(numpunct<unsigned short>);
+ZEL_EXTERN_TEMPLATE(num_put<char, obuf_iterator>);
+ZEL_EXTERN_TEMPLATE(num_put<unsigned short, wobuf_iterator>);
+ZEL_EXTERN_TEMPLATE(num_get<char, ibuf_iterator>);
+ZEL_EXTERN_TEMPLATE(num_get<unsigned short, wibuf_iterator>);
+ZEL_EXTERN_TEMPLATE(codecvt<char, char, int>);
+ZEL_EXTERN_TEMPLATE(codecvt<char, unsigned short, int>);
+ZEL_EXTERN_TEMPLATE(codecvt<unsigned short, char, int>);
 
 } // namespace zel
 

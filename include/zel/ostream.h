@@ -174,8 +174,8 @@ private:
     void set_bits(long bits);
 };
 
-extern template class ZEL_API basic_ostream<char>;
-extern template class ZEL_API basic_ostream<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_ostream<char>);
+ZEL_EXTERN_TEMPLATE(basic_ostream<unsigned short>);
 
 using ostream = basic_ostream<char>;
 using wostream = basic_ostream<unsigned short>;

@@ -55,10 +55,10 @@ class ZEL_API basic_ostringstream : private string_stream_buffer<C>, public basi
 
 #undef ZEL_STRING_STREAM_MEMBERS
 
-extern template class ZEL_API basic_istringstream<char>;
-extern template class ZEL_API basic_istringstream<unsigned short>;
-extern template class ZEL_API basic_ostringstream<char>;
-extern template class ZEL_API basic_ostringstream<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_istringstream<char>);
+ZEL_EXTERN_TEMPLATE(basic_istringstream<unsigned short>);
+ZEL_EXTERN_TEMPLATE(basic_ostringstream<char>);
+ZEL_EXTERN_TEMPLATE(basic_ostringstream<unsigned short>);
 
 using istringstream = basic_istringstream<char>;
 using ostringstream = basic_ostringstream<char>;

@@ -194,8 +194,8 @@ void basic_obuf_iterator<C>::put_text(char const* text, unsigned n) {
         *this = static_cast<C>(static_cast<unsigned char>(text[i]));
 }
 
-extern template class ZEL_API basic_streambuf<char>;
-extern template class ZEL_API basic_streambuf<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_streambuf<char>);
+ZEL_EXTERN_TEMPLATE(basic_streambuf<unsigned short>);
 
 using streambuf = basic_streambuf<char>;
 using wstreambuf = basic_streambuf<unsigned short>;
@@ -273,8 +273,8 @@ private:
     C stage_[staging_size];
 };
 
-extern template class ZEL_API basic_filebuf<char>;
-extern template class ZEL_API basic_filebuf<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_filebuf<char>);
+ZEL_EXTERN_TEMPLATE(basic_filebuf<unsigned short>);
 
 using filebuf = basic_filebuf<char>;
 using wfilebuf = basic_filebuf<unsigned short>;
@@ -338,8 +338,8 @@ private:
     long mode_;
 };
 
-extern template class ZEL_API basic_stringbuf<char>;
-extern template class ZEL_API basic_stringbuf<unsigned short>;
+ZEL_EXTERN_TEMPLATE(basic_stringbuf<char>);
+ZEL_EXTERN_TEMPLATE(basic_stringbuf<unsigned short>);
 
 using stringbuf = basic_stringbuf<char>;
 using wstringbuf = basic_stringbuf<unsigned short>;

@@ -566,8 +566,8 @@ private:
     engine_type* e_;
 };
 
-extern template class string_base<char>;
-extern template class string_base<unsigned short>;
+ZEL_EXTERN_TEMPLATE(string_base<char>);
+ZEL_EXTERN_TEMPLATE(string_base<unsigned short>);
 
 // Equality compares the characters; the order is compare's.
 template <class C>

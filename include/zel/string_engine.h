@@ -151,6 +151,9 @@ private:
     unsigned capacity_;
 };
 
+ZEL_EXTERN_TEMPLATE(string_engine<char>);
+ZEL_EXTERN_TEMPLATE(string_engine<unsigned short>);
+
 static_assert(sizeof(std::atomic<std::int32_t>) == 4, "share counts are 32-bit");
 static_assert(sizeof(string_engine<char>) == (pointers_are_32_bits ? 16 : 24),
               "the engine header is four 32-bit fields (the pointer widens on 64-bit)");
@@ -264,9 +267,6 @@ extern ZEL_API string_initializer<char, char_traits<char>, cstring_heap> cstring
 extern ZEL_API string_initializer<unsigned short, char_traits<unsigned short>, wstring_heap>
     wstring_initializer;
 } // namespace detail
-
-extern template class string_engine<char>;
-extern template class string_engine<unsigned short>;
 
 } // namespace zel
 

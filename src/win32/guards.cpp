@@ -82,8 +82,8 @@ bool mutex::try_acquire(unsigned timeout) {
 }
 
 // ---------------------------------------------------------------------------
-// nr_mutex: a lock that is not recursive (a semaphore of one unit on
-// Windows) and the owner's id
+// nr_mutex: a lock that is not recursive (it behaves as a semaphore of one
+// unit) and the owner's id
 
 nr_mutex::nr_mutex() : handle_(new_lock(false)), owner_(0) {}
 

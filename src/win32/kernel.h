@@ -1,7 +1,8 @@
 // The kernel calls that the guards, monitors and threads are written against,
 // named and shaped after the Windows calls they stand for (CreateMutexA,
 // WaitForSingleObject, PulseEvent, SuspendThread, ...). On Windows each is the
-// system's own call; on POSIX kernel_posix.cpp emulates exactly this set.
+// system's own call (kernel_win32.cpp); on POSIX kernel_posix.cpp emulates
+// exactly this set.
 // Nothing outside this header and its emulation may assume either system.
 //
 // Handles are opaque and owned by their creator, who closes each exactly
@@ -35,15 +36,15 @@ constexpr std::uint32_t maximum_wait_objects = 64;
 handle create_mutex() noexcept;
 bool release_mutex(handle mutex) noexcept;
 
-// The lock behind the library's mutex classes. A recursive lock is a
-// kernel mutex: its owner may take it again, and a lock whose owner ended
+// The lock behind the library's mutex classes. A recursive lock behaves as
+// a kernel mutex: its owner may take it again, and a lock whose owner ended
 // (returned or was terminated) while holding it is taken by the next waiter
 // with wait_abandoned_0. A lock that is not recursive blocks its owner's
-// second attempt and is never reported abandoned: a semaphore of one unit
-// on Windows. acquire_lock returns the wait results below (a time-out of 0
-// tests once); release_lock reports false when the caller does not own it.
-// The POSIX emulation takes and releases an uncontended lock without a
-// system call.
+// second attempt and is never reported abandoned, as a semaphore of one
+// unit. acquire_lock returns the wait results below (a time-out of 0 tests
+// once); release_lock reports false when the caller does not own it. On
+// every system an uncontended lock is taken and released without a system
+// call; a lock handle can be waited on alone, not with other objects.
 handle create_lock(bool recursive) noexcept;
 std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept;
 bool release_lock(handle lock) noexcept;

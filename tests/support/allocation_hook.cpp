@@ -77,3 +77,99 @@ void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
 void operator delete(void* p, std::nothrow_t const&) noexcept { std::free(p); }
 void operator delete[](void* p, std::nothrow_t const&) noexcept { std::free(p); }
+
+#if defined(_WIN32)
+// A replaced operator new reaches a shared library on ELF targets by itself.
+// A Windows DLL calls the runtime's through its import table instead, so the
+// test program points libzel.dll's entries for the forms above at its own,
+// before any test runs: the library's requests are then seen and failed like
+// the program's. Both end in the same C runtime's malloc and free, so a block
+// taken before the switch may be given back after it.
+#  include <windows.h>
+
+#  include <cstring>
+
+namespace {
+
+#  if defined(_WIN64)
+#    define ZEL_SIZE "y"
+#  else
+#    define ZEL_SIZE "j"
+#  endif
+
+struct replacement {
+    char const* name;
+    void* function;
+};
+
+void* as_pointer(void* (*f)(std::size_t)) { return reinterpret_cast<void*>(f); }
+void* as_pointer(void* (*f)(std::size_t, std::nothrow_t const&) noexcept) {
+    return reinterpret_cast<void*>(f);
+}
+void* as_pointer(void (*f)(void*) noexcept) { return reinterpret_cast<void*>(f); }
+void* as_pointer(void (*f)(void*, std::size_t) noexcept) { return reinterpret_cast<void*>(f); }
+void* as_pointer(void (*f)(void*, std::nothrow_t const&) noexcept) {
+    return reinterpret_cast<void*>(f);
+}
+
+void* replacement_for(char const* name) {
+    using nothrow_new = void* (*)(std::size_t, std::nothrow_t const&) noexcept;
+    using plain_new = void* (*)(std::size_t);
+    using plain_delete = void (*)(void*) noexcept;
+    using sized_delete = void (*)(void*, std::size_t) noexcept;
+    using nothrow_delete = void (*)(void*, std::nothrow_t const&) noexcept;
+    replacement const table[] = {
+        {"_Znw" ZEL_SIZE, as_pointer(static_cast<plain_new>(&::operator new))},
+        {"_Zna" ZEL_SIZE, as_pointer(static_cast<plain_new>(&::operator new[]))},
+        {"_Znw" ZEL_SIZE "RKSt9nothrow_t", as_pointer(static_cast<nothrow_new>(&::operator new))},
+        {"_Zna" ZEL_SIZE "RKSt9nothrow_t", as_pointer(static_cast<nothrow_new>(&::operator new[]))},
+        {"_ZdlPv", as_pointer(static_cast<plain_delete>(&::operator delete))},
+        {"_ZdaPv", as_pointer(static_cast<plain_delete>(&::operator delete[]))},
+        {"_ZdlPv" ZEL_SIZE, as_pointer(static_cast<sized_delete>(&::operator delete))},
+        {"_ZdaPv" ZEL_SIZE, as_pointer(static_cast<sized_delete>(&::operator delete[]))},
+        {"_ZdlPvRKSt9nothrow_t", as_pointer(static_cast<nothrow_delete>(&::operator delete))},
+        {"_ZdaPvRKSt9nothrow_t", as_pointer(static_cast<nothrow_delete>(&::operator delete[]))},
+    };
+    for (replacement const& r : table)
+        if (std::strcmp(r.name, name) == 0)
+            return r.function;
+    return nullptr;
+}
+
+void redirect_imports(HMODULE module) {
+    auto* base = reinterpret_cast<unsigned char*>(module);
+    auto const* dos = reinterpret_cast<IMAGE_DOS_HEADER const*>(base);
+    auto const* nt = reinterpret_cast<IMAGE_NT_HEADERS const*>(base + dos->e_lfanew);
+    IMAGE_DATA_DIRECTORY const& imports = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    if (imports.VirtualAddress == 0)
+        return;
+    auto const* d = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR const*>(base + imports.VirtualAddress);
+    for (; d->Name != 0; ++d) {
+        DWORD const names_at = d->OriginalFirstThunk != 0 ? d->OriginalFirstThunk : d->FirstThunk;
+        auto const* names = reinterpret_cast<IMAGE_THUNK_DATA const*>(base + names_at);
+        auto* slots = reinterpret_cast<IMAGE_THUNK_DATA*>(base + d->FirstThunk);
+        for (; names->u1.AddressOfData != 0; ++names, ++slots) {
+            if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal))
+                continue;
+            auto const* by_name = reinterpret_cast<IMAGE_IMPORT_BY_NAME const*>(base + names->u1.AddressOfData);
+            void* f = replacement_for(reinterpret_cast<char const*>(by_name->Name));
+            if (f == nullptr)
+                continue;
+            DWORD old = 0;
+            VirtualProtect(&slots->u1.Function, sizeof slots->u1.Function, PAGE_READWRITE, &old);
+            slots->u1.Function = reinterpret_cast<ULONG_PTR>(f);
+            VirtualProtect(&slots->u1.Function, sizeof slots->u1.Function, old, &old);
+        }
+    }
+}
+
+struct library_redirect {
+    library_redirect() {
+        if (HMODULE zel = GetModuleHandleA("libzel.dll"))
+            redirect_imports(zel);
+    }
+};
+library_redirect const redirect;
+
+} // namespace
+#endif

@@ -1,12 +1,14 @@
-// Helpers shared by the locale and stream tests: the test locales' folder
-// (ctest sets LOCPATH; a run by hand gets the same from here), scratch files,
-// a zel string as a std::string, seeded values of every arithmetic type at
-// every magnitude, and the text an expected exception carries.
+// Helpers shared by the locale and stream tests: the test locales (see
+// platform.h), scratch files, a zel string as a std::string, seeded values
+// of every arithmetic type at every magnitude, and the text an expected
+// exception carries.
 #ifndef ZEL_TEST_STREAMS_H
 #define ZEL_TEST_STREAMS_H
 
 #include <zel/ldx.h>
 #include <zel/string.h>
+
+#include "platform.h"
 
 #include <cmath>
 #include <cstdint>
@@ -21,12 +23,6 @@
 #include <gtest/gtest.h>
 
 namespace zel_test {
-
-// The generated locales live beside the build; set once before any test.
-struct locpath_setter {
-    locpath_setter() { setenv("LOCPATH", ZEL_TEST_LOCPATH, 0); }
-};
-inline locpath_setter const locpath;
 
 // A scratch file in the tests' temporary folder, removed afterwards.
 class scratch {
@@ -55,11 +51,6 @@ public:
 private:
     std::string name_;
 };
-
-// Skips the test when the named locale was not generated.
-#define ZEL_REQUIRE_LOCALE(name)                                                   \
-    if (!zel::ldx_manager::supports(name, 0))                                      \
-    GTEST_SKIP() << (name) << " was not generated (localedef missing?)"
 
 inline std::string text(zel::string_base<char> const& s) { return std::string(s.data(), s.size()); }
 
