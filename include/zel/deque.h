@@ -202,6 +202,39 @@ private:
     std_heap heap_;
 };
 
+// The blocks behind a deque's maps. The engine grows its map by one step of
+// 4096 slots at a time, each time into a new map: taken fresh from the C
+// library, every step would cost an allocation and, for a big map, page
+// faults over the whole block. So a growing map gets a block half as big
+// again as it asks for, and the block of the map it replaces is kept as a
+// spare; the next steps usually fit in the spare, and the two blocks take
+// turns, so only about two blocks are taken per growth by half. A request
+// that is not a growth (a smaller map, the sort's scratch) gets an exact
+// block, and a spare too big for it is given back. Each block keeps its
+// slot count in the word before slot 0.
+class ZEL_API map_blocks {
+public:
+    map_blocks() noexcept = default;
+    map_blocks(map_blocks const&) = delete;
+    map_blocks& operator=(map_blocks const&) = delete;
+    ~map_blocks() { release(); }
+
+    // A block of at least n slots for a map that replaces one of
+    // `capacity` slots (0: none).
+    void** allocate(unsigned n, unsigned capacity);
+    // Keeps the block as the spare when the last allocate was a growth
+    // (the map it replaced); gives it back otherwise.
+    void deallocate(void* map) noexcept;
+    // Gives the spare back.
+    void release() noexcept;
+    void swap(map_blocks& other) noexcept;
+
+private:
+    void** spare_ = nullptr;
+    bool keep_ = false;
+    std_heap heap_;
+};
+
 // The typed double-ended queue. Elements live in the deque's own pool and
 // never move; iterators are invalidated by every insertion and erasure
 // (the map moves), references only by erasing their element. An iterator
@@ -233,7 +266,7 @@ public:
     }
     deque(deque const& other) : deque() { deque_engine::insert(0, other); }
     deque(deque&& other) noexcept : deque() { swap(other); }
-    ~deque() override { release_all(); }
+    ~deque() override { destroy_all(); }
 
     deque& operator=(deque const& other) {
         deque_engine::assign(other);
@@ -295,15 +328,14 @@ public:
 
     // Deletes every element and gives back the map and the pool's blocks.
     // Unlike the engine's clear(), which keeps the map.
-    void clear() noexcept {
-        release_all();
-        pool_.release();
-    }
+    void clear() noexcept { destroy_all(); }
 
     // The fast paths run the engine's own room tests (more than n + 1 free
     // slots on that side, n = 1) and otherwise leave the work to it.
+    // Without a map all three fields are 0, so the tests fail without a
+    // separate look at the map.
     void push_back(T const& value) {
-        if (map_ && capacity_ - unsigned(data_ - map_) - size_ > 2) {
+        if (capacity_ - unsigned(data_ - map_) - size_ > 2) {
             data_[size_] = make_element(value);
             data_[++size_] = nullptr;
         } else {
@@ -311,7 +343,7 @@ public:
         }
     }
     void push_front(T const& value) {
-        if (map_ && unsigned(data_ - map_) > 2) {
+        if (unsigned(data_ - map_) > 2) {
             data_[-1] = make_element(value);
             --data_;
             ++size_;
@@ -360,6 +392,7 @@ public:
     void swap(deque& other) noexcept {
         deque_engine::swap(other, true);
         pool_.swap(other.pool_);
+        maps_.swap(other.maps_);
     }
     void reverse() { deque_engine::reverse(0, size_); }
     // Stable; `comp` is a strict weak order (a < b).
@@ -370,11 +403,9 @@ public:
     void sort() { sort(less<T>()); }
 
 protected:
-    void** allocate_map(unsigned n) override {
-        return static_cast<void**>(map_heap_.allocate(sizeof(void*), n, 0, nullptr));
-    }
+    void** allocate_map(unsigned n) override { return maps_.allocate(n, capacity_); }
     void* new_element(void const* value) override { return make_element(*static_cast<T const*>(value)); }
-    void deallocate_map(void* map) override { map_heap_.deallocate(map); }
+    void deallocate_map(void* map) override { maps_.deallocate(map); }
     void delete_element(void* element) override {
         static_cast<T*>(element)->~T();
         pool_.deallocate(element);
@@ -385,6 +416,19 @@ protected:
     }
 
 private:
+    // Every element lives in this deque's pool, so the pool's blocks go back
+    // in one sweep instead of chunk by chunk: only the destructors run, one
+    // loop without virtual calls, and none at all for trivial elements.
+    void destroy_all() noexcept {
+        if constexpr (!std::is_trivially_destructible_v<T>) {
+            for (unsigned i = 0; i < size_; ++i)
+                static_cast<T*>(data_[i])->~T();
+        }
+        size_ = 0;
+        release_all();   // no element left: gives back the map
+        maps_.release();
+        pool_.release();
+    }
     // new_element without the virtual call, for the inline fast paths.
     T* make_element(T const& value) {
         void* p = pool_.allocate();
@@ -410,7 +454,7 @@ private:
     }
 
     element_pool pool_;
-    std_heap map_heap_;
+    map_blocks maps_;
 };
 
 } // namespace zel
