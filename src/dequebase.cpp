@@ -455,13 +455,12 @@ void* element_pool::grow() {
     char* block = static_cast<char*>(heap_.allocate(bytes));
     *reinterpret_cast<void**>(block) = blocks_;
     blocks_ = block;
-    next_ = block + block_header;
-    end_ = next_ + (bytes - block_header) / chunk_ * chunk_;
+    char* const first = block + block_header;
+    next_ = reinterpret_cast<std::uintptr_t>(first + chunk_);
+    end_ = reinterpret_cast<std::uintptr_t>(first + (bytes - block_header) / chunk_ * chunk_);
     if (block_bytes_ < largest_block)
         block_bytes_ *= 2;
-    void* p = next_;
-    next_ += chunk_;
-    return p;
+    return first;
 }
 
 void element_pool::release() noexcept {
@@ -470,8 +469,8 @@ void element_pool::release() noexcept {
         heap_.deallocate(blocks_);
         blocks_ = previous;
     }
-    next_ = end_ = nullptr;
-    free_ = nullptr;
+    next_ = end_ = 0;
+    free_ = 0;
     block_bytes_ = 4096;
 }
 

@@ -171,20 +171,20 @@ public:
 
     void* allocate() {
         if (free_) {
-            void* p = free_;
-            free_ = *static_cast<void**>(p);
+            void* p = reinterpret_cast<void*>(free_);
+            free_ = *static_cast<std::uintptr_t*>(p);
             return p;
         }
         if (next_ != end_) {
-            void* p = next_;
-            next_ += chunk_;
-            return p;
+            std::uintptr_t const p = next_;
+            next_ = p + chunk_;
+            return reinterpret_cast<void*>(p);
         }
         return grow();
     }
     void deallocate(void* p) noexcept {
-        *static_cast<void**>(p) = free_;
-        free_ = p;
+        *static_cast<std::uintptr_t*>(p) = free_;
+        free_ = reinterpret_cast<std::uintptr_t>(p);
     }
     // Gives every block back; every chunk handed out is void afterwards.
     void release() noexcept;
@@ -193,12 +193,15 @@ public:
 private:
     void* grow();   // out of line: runs once per block
 
+    // The cursor and the free list are kept as integers, not pointers: a
+    // store of an element pointer into a map cannot alias them, so the
+    // compiler keeps them in registers from one inline push to the next.
     unsigned chunk_;
     unsigned block_bytes_;
-    char* next_ = nullptr;
-    char* end_ = nullptr;
-    void* free_ = nullptr;
-    void* blocks_ = nullptr;   // each block's first word links the previous
+    std::uintptr_t next_ = 0;   // the next fresh chunk of the newest block
+    std::uintptr_t end_ = 0;
+    std::uintptr_t free_ = 0;   // freed chunks, each linking the next
+    void* blocks_ = nullptr;    // each block's first word links the previous
     std_heap heap_;
 };
 
@@ -334,20 +337,28 @@ public:
     // slots on that side, n = 1) and otherwise leave the work to it.
     // Without a map all three fields are 0, so the tests fail without a
     // separate look at the map.
+    // The fields are written last, after the element and the map slots,
+    // so that no store can alias them before the next push reads them.
     void push_back(T const& value) {
-        if (capacity_ - unsigned(data_ - map_) - size_ > 2) {
-            data_[size_] = make_element(value);
-            data_[++size_] = nullptr;
+        void** const data = data_;
+        unsigned const size = size_;
+        if (capacity_ - unsigned(data - map_) - size > 2) {
+            T* const element = make_element(value);
+            data[size] = element;
+            data[size + 1] = nullptr;
+            size_ = size + 1;
         } else {
             deque_engine::push_back(&value, 1);
         }
     }
     void push_front(T const& value) {
-        if (unsigned(data_ - map_) > 2) {
-            data_[-1] = make_element(value);
-            --data_;
+        void** const data = data_;
+        if (unsigned(data - map_) > 2) {
+            T* const element = make_element(value);
+            data[-1] = element;
+            data[-2] = nullptr;
+            data_ = data - 1;
             ++size_;
-            data_[-1] = nullptr;
         } else {
             deque_engine::push_front(&value, 1);
         }
