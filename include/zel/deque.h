@@ -31,7 +31,9 @@ namespace zel {
 // and line) when a position lies past the end; counts are clipped.
 //
 // Copies are shallow and the destructor frees nothing: the typed layer calls
-// release_all(), which deletes the elements and gives the map back.
+// release_all(), which deletes the elements and gives the map back (the
+// typed deque destroys its elements first and lets its pool take their
+// memory back in one sweep).
 //
 // Insertions are strong: the gap is opened first (recording a safe_move),
 // and a failure while the new elements are made deletes those made so far
