@@ -24,7 +24,7 @@
 //
 // Order of the file: the raise helpers, the map primitives (alloc_map,
 // expand_map, shrink_map, undo), check(), then the operations in the order
-// the header declares them, and last the element pool.
+// the header declares them, and last the element pool and the map blocks.
 #include <zel/deque.h>
 
 #include <cstring>
@@ -455,13 +455,12 @@ void* element_pool::grow() {
     char* block = static_cast<char*>(heap_.allocate(bytes));
     *reinterpret_cast<void**>(block) = blocks_;
     blocks_ = block;
-    next_ = block + block_header;
-    end_ = next_ + (bytes - block_header) / chunk_ * chunk_;
+    char* const first = block + block_header;
+    next_ = reinterpret_cast<std::uintptr_t>(first + chunk_);
+    end_ = reinterpret_cast<std::uintptr_t>(first + (bytes - block_header) / chunk_ * chunk_);
     if (block_bytes_ < largest_block)
         block_bytes_ *= 2;
-    void* p = next_;
-    next_ += chunk_;
-    return p;
+    return first;
 }
 
 void element_pool::release() noexcept {
@@ -470,8 +469,8 @@ void element_pool::release() noexcept {
         heap_.deallocate(blocks_);
         blocks_ = previous;
     }
-    next_ = end_ = nullptr;
-    free_ = nullptr;
+    next_ = end_ = 0;
+    free_ = 0;
     block_bytes_ = 4096;
 }
 
@@ -482,6 +481,60 @@ void element_pool::swap(element_pool& other) noexcept {
     std::swap(end_, other.end_);
     std::swap(free_, other.free_);
     std::swap(blocks_, other.blocks_);
+}
+
+// The map blocks.
+
+namespace {
+// A block is its slot count in one word, then the slots.
+constexpr std::size_t big_map_slots = 128 * 1024 / sizeof(void*);
+std::size_t& slots_of(void** map) noexcept { return *reinterpret_cast<std::size_t*>(map - 1); }
+} // namespace
+
+void** map_blocks::allocate(unsigned n, unsigned capacity) {
+    bool const growing = n > capacity;
+    if (spare_ && slots_of(spare_) >= n && (growing || slots_of(spare_) / 2 <= n)) {
+        void** map = spare_;
+        spare_ = nullptr;
+        keep_ = growing;
+        return map;
+    }
+    release();
+    // Half as big again for a growth of a big map, while the byte count
+    // stays in range. Small maps come from the C library's heap, where a
+    // fresh block is cheap; over-sizing them would only push them past
+    // the size (128 KiB by default) from which it maps every block on its
+    // own and faults it in page by page.
+    std::size_t slots = n;
+    if (growing && n >= big_map_slots && n <= heap_.max_size() / sizeof(void*) / 2)
+        slots += n / 2;
+    void** block = static_cast<void**>(
+        heap_.allocate(sizeof(void*), unsigned(slots + 1), 0, nullptr));
+    *reinterpret_cast<std::size_t*>(block) = slots;
+    keep_ = growing;
+    return block + 1;
+}
+
+void map_blocks::deallocate(void* map) noexcept {
+    void** const block = static_cast<void**>(map);
+    if (keep_ && !spare_) {
+        spare_ = block;
+    } else {
+        heap_.deallocate(block - 1);
+    }
+    keep_ = false;
+}
+
+void map_blocks::release() noexcept {
+    if (spare_)
+        heap_.deallocate(spare_ - 1);
+    spare_ = nullptr;
+    keep_ = false;
+}
+
+void map_blocks::swap(map_blocks& other) noexcept {
+    std::swap(spare_, other.spare_);
+    std::swap(keep_, other.keep_);
 }
 
 } // namespace zel

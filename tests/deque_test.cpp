@@ -1,14 +1,18 @@
 // The deque engine and deque<T>: a seeded run beside std::deque with check()
 // after every step, the map's growth, re-centring and shrinking, rollback of
-// a failing copy, reserve, and the check texts.
+// a failing copy, reserve, the check texts, and memory given back.
 #include <zel/deque.h>
 
+#include <algorithm>
+#include <array>
+#include <cstdint>
 #include <deque>
 #include <random>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "support/allocation_hook.h"
 #include "support/counted.h"
 #include "support/model.h"
 
@@ -16,7 +20,19 @@ namespace {
 
 using zel_test::counted;
 using zel_test::expect_container_error;
+using zel_test::live_blocks;
 using zel_test::no_leaks;
+
+// Twelve bytes with four-byte alignment: the pool rounds its chunks up to
+// hold a free-list link.
+struct twelve {
+    std::int32_t a, b, c;
+    friend bool operator==(twelve const& x, twelve const& y) {
+        return x.a == y.a && x.b == y.b && x.c == y.c;
+    }
+    friend bool operator<(twelve const& x, twelve const& y) { return x.a < y.a; }
+};
+static_assert(sizeof(twelve) == 12, "a twelve-byte element");
 
 template <class T>
 struct probe : zel::deque<T> {
@@ -126,6 +142,9 @@ void run_beside_std(unsigned seed, int steps, Make make) {
 
 TEST(Deque, RunsBesideStdDeque) {
     run_beside_std<int>(3, 3000, [](unsigned r) { return int(r % 1000); });
+    run_beside_std<twelve>(7, 1500, [](unsigned r) {
+        return twelve{int(r % 500), int(r), -int(r)};
+    });
     no_leaks guard;
     run_beside_std<counted>(5, 1500, [](unsigned r) { return counted(std::to_string(r % 300)); });
 }
@@ -287,6 +306,65 @@ TEST(DequeEngine, CheckTexts) {
     expect_container_error([&] { e.check(); }, "invalid pointer to data", file, 215);
     e.data_ = nullptr;
     e.check();
+}
+
+// Maps past 128 KiB grow into blocks half as big again, two of them taking
+// turns; whatever the path, every block goes back on erase, clear and
+// destruction, and the elements are destroyed exactly once.
+template <class T, class Make>
+void gives_everything_back(Make make) {
+    no_leaks guard;
+    long const before = live_blocks();
+    {
+        probe<T> d;
+        std::array<T, 20> ends;   // what an erase of all but 10 at each end leaves
+        {
+            std::deque<T> model;
+            for (int i = 0; i < 60000; ++i) {
+                unsigned const capacity = d.capacity();
+                d.push_back(make(2 * i));
+                d.push_front(make(2 * i + 1));
+                model.push_back(make(2 * i));
+                model.push_front(make(2 * i + 1));
+                if (d.capacity() != capacity) {
+                    ASSERT_NO_THROW(d.check()) << i;
+                    ASSERT_EQ(d.capacity(), capacity == 0 ? 4096u : capacity + 4096) << i;
+                }
+            }
+            ASSERT_TRUE(std::equal(d.begin(), d.end(), model.begin()));
+            std::copy(model.begin(), model.begin() + 10, ends.begin());
+            std::copy(model.end() - 10, model.end(), ends.begin() + 10);
+        }
+
+        // Erasing nearly everything takes a small map and gives back the
+        // big one and its spare; the pool keeps its blocks for reuse.
+        long const full = live_blocks();
+        d.erase(d.begin() + 10, d.end() - 10);
+        EXPECT_EQ(d.capacity(), 4096u);
+        EXPECT_EQ(live_blocks(), full - 1);
+        d.sort();
+        std::stable_sort(ends.begin(), ends.end());
+        ASSERT_TRUE(std::equal(d.begin(), d.end(), ends.begin(), ends.end()));
+        d.check();
+
+        d.clear();
+        EXPECT_EQ(live_blocks(), before) << "clear gives back maps and pool blocks";
+        for (int i = 0; i < 30000; ++i) d.push_front(make(i));
+        d.check();
+    }
+    EXPECT_EQ(live_blocks(), before) << "destruction gives back maps and pool blocks";
+}
+
+TEST(DequeMemory, EveryBlockGoesBackWithInts) {
+    gives_everything_back<int>([](int i) { return i; });
+}
+
+TEST(DequeMemory, EveryBlockGoesBackWithTwelveByteElements) {
+    gives_everything_back<twelve>([](int i) { return twelve{i, i + 1, i + 2}; });
+}
+
+TEST(DequeMemory, EveryBlockGoesBackWithCountedStrings) {
+    gives_everything_back<counted>([](int i) { return counted(std::to_string(i)); });
 }
 
 } // namespace

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <random>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -501,6 +502,60 @@ TEST(WideString, SameRulesOverSixteenBitCharacters) {
         e += static_cast<unsigned short>('a' + i % 26);
     EXPECT_EQ(e.size(), 40u);
     EXPECT_EQ(e.rfind(static_cast<unsigned short>('a')), 26u);
+}
+
+// One character at a time, += takes inline paths (in place within the
+// granule, a new block across it); append(c, 1) always goes through the
+// engine's merge. A seeded run keeps the two beside each other, with
+// reserves, shared copies and null characters (which truncate) mixed in:
+// sizes, capacities, characters and share counts must agree after every
+// step, and a shared copy must never change.
+template <class S>
+void append_beside_the_engine(unsigned seed) {
+    using C = typename S::value_type;
+    struct handle : S {
+        using S::S;
+        handle(S const& s) : S(s) {}
+        using S::engine;
+    };
+    std::mt19937 rng(seed);
+    auto text = [](S const& x) { return std::vector<C>(x.data(), x.data() + x.size()); };
+    S fast, slow;
+    S kept, kept_slow;
+    std::vector<C> kept_text;
+    unsigned const granule = sizeof(C) == 1 ? 32 : 64;
+    for (int step = 0; step < 3000; ++step) {
+        unsigned const r = unsigned(rng() % 100);
+        if (r < 2) {
+            unsigned const n = unsigned(rng() % 300);
+            fast.reserve(n);
+            slow.reserve(n);
+        } else if (r < 4) {
+            kept = fast;   // shared: the next += must copy
+            kept_slow = slow;
+            kept_text = text(fast);
+        } else {
+            C const c = r < 6 ? C(0) : C('a' + r % 26);
+            fast += c;
+            slow.append(c, 1u);
+        }
+        ASSERT_EQ(fast.size(), slow.size()) << step;
+        ASSERT_EQ(fast.capacity(), slow.capacity()) << step;
+        ASSERT_EQ(text(fast), text(slow)) << step;
+        ASSERT_EQ(fast.data()[fast.size()], C(0)) << step;
+        ASSERT_EQ(handle(fast).engine()->refs(), handle(slow).engine()->refs()) << step;
+        if (fast.capacity() != 0) {
+            unsigned const bytes = fast.capacity() * unsigned(sizeof(C)) +
+                                   zel::string_engine<C>::header_allowance();
+            ASSERT_EQ(bytes % granule, 0u) << "the capacity fills the block, step " << step;
+        }
+        ASSERT_EQ(text(kept), kept_text) << step;
+    }
+}
+
+TEST(String, AppendingOneCharacterInlineMatchesTheEngine) {
+    append_beside_the_engine<string>(11);
+    append_beside_the_engine<wstring>(12);
 }
 
 // --- threads ------------------------------------------------------------------------

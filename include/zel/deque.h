@@ -31,7 +31,9 @@ namespace zel {
 // and line) when a position lies past the end; counts are clipped.
 //
 // Copies are shallow and the destructor frees nothing: the typed layer calls
-// release_all(), which deletes the elements and gives the map back.
+// release_all(), which deletes the elements and gives the map back (the
+// typed deque destroys its elements first and lets its pool take their
+// memory back in one sweep).
 //
 // Insertions are strong: the gap is opened first (recording a safe_move),
 // and a failure while the new elements are made deletes those made so far
@@ -171,20 +173,20 @@ public:
 
     void* allocate() {
         if (free_) {
-            void* p = free_;
-            free_ = *static_cast<void**>(p);
+            void* p = reinterpret_cast<void*>(free_);
+            free_ = *static_cast<std::uintptr_t*>(p);
             return p;
         }
         if (next_ != end_) {
-            void* p = next_;
-            next_ += chunk_;
-            return p;
+            std::uintptr_t const p = next_;
+            next_ = p + chunk_;
+            return reinterpret_cast<void*>(p);
         }
         return grow();
     }
     void deallocate(void* p) noexcept {
-        *static_cast<void**>(p) = free_;
-        free_ = p;
+        *static_cast<std::uintptr_t*>(p) = free_;
+        free_ = reinterpret_cast<std::uintptr_t>(p);
     }
     // Gives every block back; every chunk handed out is void afterwards.
     void release() noexcept;
@@ -193,12 +195,48 @@ public:
 private:
     void* grow();   // out of line: runs once per block
 
+    // The cursor and the free list are kept as integers, not pointers: a
+    // store of an element pointer into a map cannot alias them, so the
+    // compiler keeps them in registers from one inline push to the next.
     unsigned chunk_;
     unsigned block_bytes_;
-    char* next_ = nullptr;
-    char* end_ = nullptr;
-    void* free_ = nullptr;
-    void* blocks_ = nullptr;   // each block's first word links the previous
+    std::uintptr_t next_ = 0;   // the next fresh chunk of the newest block
+    std::uintptr_t end_ = 0;
+    std::uintptr_t free_ = 0;   // freed chunks, each linking the next
+    void* blocks_ = nullptr;    // each block's first word links the previous
+    std_heap heap_;
+};
+
+// The blocks behind a deque's maps. The engine grows its map by one step of
+// 4096 slots at a time, each time into a new map: taken fresh from the C
+// library, every step would cost an allocation and, for a big map, page
+// faults over the whole block. So a growing map gets a block half as big
+// again as it asks for, and the block of the map it replaces is kept as a
+// spare; the next steps usually fit in the spare, and the two blocks take
+// turns, so only about two blocks are taken per growth by half. A request
+// that is not a growth (a smaller map, the sort's scratch) gets an exact
+// block, and a spare too big for it is given back. Each block keeps its
+// slot count in the word before slot 0.
+class ZEL_API map_blocks {
+public:
+    map_blocks() noexcept = default;
+    map_blocks(map_blocks const&) = delete;
+    map_blocks& operator=(map_blocks const&) = delete;
+    ~map_blocks() { release(); }
+
+    // A block of at least n slots for a map that replaces one of
+    // `capacity` slots (0: none).
+    void** allocate(unsigned n, unsigned capacity);
+    // Keeps the block as the spare when the last allocate was a growth
+    // (the map it replaced); gives it back otherwise.
+    void deallocate(void* map) noexcept;
+    // Gives the spare back.
+    void release() noexcept;
+    void swap(map_blocks& other) noexcept;
+
+private:
+    void** spare_ = nullptr;
+    bool keep_ = false;
     std_heap heap_;
 };
 
@@ -235,7 +273,7 @@ public:
     }
     deque(deque const& other) : deque() { deque_engine::insert(0, other); }
     deque(deque&& other) noexcept : deque() { swap(other); }
-    ~deque() override { release_all(); }
+    ~deque() override { destroy_all(); }
 
     deque& operator=(deque const& other) {
         deque_engine::assign(other);
@@ -291,27 +329,34 @@ public:
 
     // Deletes every element and gives back the map and the pool's blocks.
     // Unlike the engine's clear(), which keeps the map.
-    void clear() noexcept {
-        release_all();
-        pool_.release();
-    }
+    void clear() noexcept { destroy_all(); }
 
     // The fast paths run the engine's own room tests (more than n + 1 free
     // slots on that side, n = 1) and otherwise leave the work to it.
+    // Without a map all three fields are 0, so the tests fail without a
+    // separate look at the map.
+    // The fields are written last, after the element and the map slots,
+    // so that no store can alias them before the next push reads them.
     void push_back(T const& value) {
-        if (map_ && capacity_ - unsigned(data_ - map_) - size_ > 2) {
-            data_[size_] = make_element(value);
-            data_[++size_] = nullptr;
+        void** const data = data_;
+        unsigned const size = size_;
+        if (capacity_ - unsigned(data - map_) - size > 2) {
+            T* const element = make_element(value);
+            data[size] = element;
+            data[size + 1] = nullptr;
+            size_ = size + 1;
         } else {
             deque_engine::push_back(&value, 1);
         }
     }
     void push_front(T const& value) {
-        if (map_ && unsigned(data_ - map_) > 2) {
-            data_[-1] = make_element(value);
-            --data_;
+        void** const data = data_;
+        if (unsigned(data - map_) > 2) {
+            T* const element = make_element(value);
+            data[-1] = element;
+            data[-2] = nullptr;
+            data_ = data - 1;
             ++size_;
-            data_[-1] = nullptr;
         } else {
             deque_engine::push_front(&value, 1);
         }
@@ -356,6 +401,7 @@ public:
     void swap(deque& other) noexcept {
         deque_engine::swap(other, true);
         pool_.swap(other.pool_);
+        maps_.swap(other.maps_);
     }
     void reverse() { deque_engine::reverse(0, size_); }
     // Stable; `comp` is a strict weak order (a < b).
@@ -366,11 +412,9 @@ public:
     void sort() { sort(less<T>()); }
 
 protected:
-    void** allocate_map(unsigned n) override {
-        return static_cast<void**>(map_heap_.allocate(sizeof(void*), n, 0, nullptr));
-    }
+    void** allocate_map(unsigned n) override { return maps_.allocate(n, capacity_); }
     void* new_element(void const* value) override { return make_element(*static_cast<T const*>(value)); }
-    void deallocate_map(void* map) override { map_heap_.deallocate(map); }
+    void deallocate_map(void* map) override { maps_.deallocate(map); }
     void delete_element(void* element) override {
         static_cast<T*>(element)->~T();
         pool_.deallocate(element);
@@ -381,6 +425,19 @@ protected:
     }
 
 private:
+    // Every element lives in this deque's pool, so the pool's blocks go back
+    // in one sweep instead of chunk by chunk: only the destructors run, one
+    // loop without virtual calls, and none at all for trivial elements.
+    void destroy_all() noexcept {
+        if constexpr (!std::is_trivially_destructible_v<T>) {
+            for (unsigned i = 0; i < size_; ++i)
+                static_cast<T*>(data_[i])->~T();
+        }
+        size_ = 0;
+        release_all();   // no element left: gives back the map
+        maps_.release();
+        pool_.release();
+    }
     // new_element without the virtual call, for the inline fast paths.
     T* make_element(T const& value) {
         void* p = pool_.allocate();
@@ -406,7 +463,7 @@ private:
     }
 
     element_pool pool_;
-    std_heap map_heap_;
+    map_blocks maps_;
 };
 
 } // namespace zel

@@ -518,11 +518,8 @@ protected:
     engine_type* engine() const noexcept { return e_; }
     // Switches to the engine an operation returned, if it is another one.
     void adopt(engine_type* r) noexcept {
-        if (r != e_) {
-            r->acquire();
-            e_->release();
-            e_ = r;
-        }
+        if (r != e_)
+            e_ = e_->switch_to(r);
     }
 
 private:
@@ -644,17 +641,27 @@ public:
 
     basic_string& operator+=(base const& s) { base::append(s); return *this; }
     basic_string& operator+=(C const* p) { base::append(p); return *this; }
-    // Inline fast path: a private engine of this heap whose next character
-    // stays in the same granule is written in place, exactly as the engine
-    // would; everything else goes through the engine.
+    // Inline paths for a private engine of this heap, doing exactly what
+    // the engine's merge would: a next character that stays in the same
+    // granule is written in place; one that crosses into the next granule
+    // (the heap's query_resize would answer true) goes into a new block
+    // for size + 1 characters behind a copy of the old ones. A shared
+    // engine, a null character (which truncates) and other heaps go
+    // through the engine.
     basic_string& operator+=(C c) {
         if constexpr (has_granule) {
             string_engine<C>* e = this->engine();
-            unsigned const n = e->size();
-            if (c != C(0) && n < e->capacity() && e->pool() == initializer().storage() &&
-                same_granule(e->capacity(), n + 1) && !e->shared()) {
-                *e->data(n) = c;
-                e->terminate(n + 1);
+            if (c != C(0) && e->pool() == initializer().storage() && !e->shared()) {
+                unsigned const n = e->size();
+                if (room_in_granule(e->capacity(), n)) {
+                    *e->data(n) = c;
+                    e->terminate(n + 1);
+                } else {
+                    string_engine<C>* r = e->allocate(n + 1);
+                    Traits::copy(r->data(), e->data(), n);
+                    *r->data(n) = c;
+                    this->adopt(r->terminate(n + 1));
+                }
                 return *this;
             }
         }
@@ -691,12 +698,15 @@ private:
         std::is_same_v<Heap, cstring_heap> || std::is_same_v<Heap, wstring_heap>;
     static constexpr unsigned granule = sizeof(C) == 1 ? 32u : 64u;
 
-    // Whether the string heap keeps a block of `capacity` characters for n:
-    // its query_resize compares the two byte sizes rounded up to granules.
-    static constexpr bool same_granule(unsigned capacity, unsigned n) noexcept {
-        unsigned const h = string_engine<C>::header_allowance();
-        return (capacity * unsigned(sizeof(C)) + h + granule - 1) / granule ==
-               (n * unsigned(sizeof(C)) + h + granule - 1) / granule;
+    // Whether the string heap keeps a block of `capacity` characters when a
+    // string of n grows to n + 1: its query_resize compares the two byte
+    // sizes rounded up to granules. The heap's capacity fills its block
+    // (capacity x the character size + the header allowance is a whole
+    // number of granules), so they fall in the same granule exactly when
+    // n + 1 <= capacity and fewer than one granule's characters lie between
+    // them; the unsigned difference folds both tests into one.
+    static constexpr bool room_in_granule(unsigned capacity, unsigned n) noexcept {
+        return capacity - n - 1 < granule / unsigned(sizeof(C));
     }
     // An empty text shares the empty engine instead of taking a block.
     static string_engine<C>* make(C const* p, unsigned length) {

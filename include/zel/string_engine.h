@@ -138,6 +138,28 @@ public:
         if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1)
             allocator_->deallocate(this);
     }
+    // A handle that holds this engine switches to r, the engine an edit
+    // returned. Two shortcuts leave every count as the protocol above has
+    // it, without its two locked instructions (each of which waits for the
+    // characters just copied to drain from the store buffer):
+    //   - an engine no handle has taken yet (refs 0) is reachable from the
+    //     switching thread alone, so its first count is a plain store;
+    //   - an engine whose count reads 1 (acquire) belongs to this handle
+    //     alone, the same evidence on which a handle writes into it in
+    //     place, so it goes back to its heap without the decrement: no
+    //     other handle exists that could take it or count it down.
+    // Anything else (a shared r, a shared old engine) takes the locked way.
+    string_engine* switch_to(string_engine* r) noexcept {
+        if (r->refs_.load(std::memory_order_relaxed) == 0)
+            r->refs_.store(1, std::memory_order_relaxed);
+        else
+            r->acquire();
+        if (refs_.load(std::memory_order_acquire) == 1)
+            allocator_->deallocate(this);
+        else
+            release();
+        return r;
+    }
 
 private:
     // Whether p points into this block's characters.

@@ -12,6 +12,7 @@ namespace {
 constexpr std::size_t no_size = static_cast<std::size_t>(-1);
 std::atomic<std::size_t> poisoned{no_size};
 thread_local std::size_t last = 0;
+std::atomic<long> live{0};
 std::atomic<std::size_t> installing{no_size};
 std::atomic<std::new_handler> installed{nullptr};
 
@@ -31,7 +32,11 @@ void* obtain(std::size_t bytes) {
     for (;;) {
         void* p = bytes == poisoned.load(std::memory_order_relaxed) ? nullptr
                                                                      : std::malloc(bytes ? bytes : 1);
-        if (p || !run_handler())
+        if (p) {
+            live.fetch_add(1, std::memory_order_relaxed);
+            return p;
+        }
+        if (!run_handler())
             return p;
     }
 }
@@ -50,11 +55,19 @@ void* obtain_nothrow(std::size_t bytes) noexcept {
     }
 }
 
+void give_back(void* p) noexcept {
+    if (p)
+        live.fetch_sub(1, std::memory_order_relaxed);
+    std::free(p);
+}
+
 } // namespace
 
 namespace zel_test {
 
 std::size_t last_request() noexcept { return last; }
+
+long live_blocks() noexcept { return live.load(std::memory_order_relaxed); }
 
 failing_size::failing_size(std::size_t bytes) noexcept { poisoned.store(bytes); }
 failing_size::~failing_size() { poisoned.store(no_size); }
@@ -71,12 +84,12 @@ void* operator new(std::size_t n) { return obtain_or_throw(n); }
 void* operator new[](std::size_t n) { return obtain_or_throw(n); }
 void* operator new(std::size_t n, std::nothrow_t const&) noexcept { return obtain_nothrow(n); }
 void* operator new[](std::size_t n, std::nothrow_t const&) noexcept { return obtain_nothrow(n); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, std::nothrow_t const&) noexcept { std::free(p); }
-void operator delete[](void* p, std::nothrow_t const&) noexcept { std::free(p); }
+void operator delete(void* p) noexcept { give_back(p); }
+void operator delete[](void* p) noexcept { give_back(p); }
+void operator delete(void* p, std::size_t) noexcept { give_back(p); }
+void operator delete[](void* p, std::size_t) noexcept { give_back(p); }
+void operator delete(void* p, std::nothrow_t const&) noexcept { give_back(p); }
+void operator delete[](void* p, std::nothrow_t const&) noexcept { give_back(p); }
 
 #if defined(_WIN32)
 // A replaced operator new reaches a shared library on ELF targets by itself.

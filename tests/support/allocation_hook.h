@@ -12,6 +12,10 @@ namespace zel_test {
 // The size of the last request to the global operator new on this thread.
 std::size_t last_request() noexcept;
 
+// Blocks obtained from the global operator new and not yet given back, over
+// all threads: a test compares it before and after to see memory returned.
+long live_blocks() noexcept;
+
 // While alive, every request of exactly `bytes` fails: the new-handler, if
 // one is installed, is called as the runtime would, and then the request
 // fails (null for the nothrow forms, std::bad_alloc otherwise).
