@@ -243,7 +243,7 @@ void buffers_and_locales() {
     for (int c; (c = in.sbumpc()) != zel::filebuf::eof(); ++chars)
         lines += c == '\n';
     in.close();
-    std::remove(path.c_str());
+    (void)std::remove(path.c_str());
     std::printf("read back %d characters in %d lines\n", chars, lines);
 
 #if defined(_WIN32)
@@ -297,7 +297,7 @@ void streams() {
     while (in >> zel::dec >> d >> zel::any >> h >> zel::bin >> b)  // "any": the 0x prefix decides
         std::printf("read back %d %d %d\n", d, h, b);
     in.close();
-    std::remove(path.c_str());
+    (void)std::remove(path.c_str());
 
     zel::istringstream text("Streams read words, numbers (42) and lines; a class decides where words end.");
     zel::string word, last;

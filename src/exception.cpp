@@ -49,26 +49,26 @@ void xexception::set_location(char const* file, int line) noexcept {
 }
 
 void xexception::print() const {
-    std::fflush(nullptr);
-    std::fputs("!!! EXCEPTION THROWN !!!\n\n", stderr);
+    (void)std::fflush(nullptr);
+    (void)std::fputs("!!! EXCEPTION THROWN !!!\n\n", stderr);
     if (name_)
-        std::fprintf(stderr, "--> Type: %s\n", name_);
+        (void)std::fprintf(stderr, "--> Type: %s\n", name_);
     if (message_)
-        std::fprintf(stderr, "--> What: %s\n", message_);
+        (void)std::fprintf(stderr, "--> What: %s\n", message_);
     if (file_) {
-        std::fprintf(stderr, "--> From: '%s'", file_);
+        (void)std::fprintf(stderr, "--> From: '%s'", file_);
         if (line_ != -1)
-            std::fprintf(stderr, ", line %d", line_);
-        std::fputs("\n", stderr);
+            (void)std::fprintf(stderr, ", line %d", line_);
+        (void)std::fputs("\n", stderr);
     }
-    std::fflush(stderr);
+    (void)std::fflush(stderr);
 }
 
 void zel_throw(xexception const& e, char const* file, int line) {
     xexception copy(e);
     // Bound statically: the copy is an xexception whatever e was.
     copy.xexception::set_location(file, line);
-    throw copy;
+    throw copy;  // NOLINT(cert-err09-cpp): the raised object is this copy
 }
 
 void zel_throw(exception const& e, char const*, int) {

@@ -51,7 +51,7 @@ std::FILE* xfopen(char const* name, long mode) {
         return nullptr;
     // No mode string above holds ate, so this never runs; kept all the same.
     if ((mode & ios_base::ate) && std::fseek(f, 0, SEEK_END) != 0) {
-        std::fclose(f);
+        (void)std::fclose(f);
         return nullptr;
     }
     return f;

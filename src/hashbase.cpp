@@ -20,6 +20,7 @@
 // check reports the line of the operation that asked for it.
 #include <zel/hash.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -143,7 +144,7 @@ void hash_table_engine::resize_map(unsigned n) {
     if (buckets_ && n == bucket_count_)
         return;
     hash_node** const fresh = allocate_buckets(n + 1);
-    std::memset(static_cast<void*>(fresh), 0, sizeof(hash_node*) * (std::size_t(n) + 1));
+    std::fill_n(fresh, std::size_t(n) + 1, nullptr);
     bucket_count_ = n;
     hash_node** const old = buckets_;
     if (old && count_ != 0) {
@@ -435,7 +436,7 @@ void hash_table_engine::assign(cursor const& first, cursor const& last) {
     reset_sentinel();
     count_ = 0;
     if (buckets_)
-        std::memset(static_cast<void*>(buckets_), 0, sizeof(hash_node*) * (std::size_t(bucket_count_) + 1));
+        std::fill_n(buckets_, std::size_t(bucket_count_) + 1, nullptr);
     spare old(*this, chain);
     hash_node const* const end = first.owner->sentinel();
     for (hash_node const* p = first.node; p != last.node && p != end; p = p->next) {
@@ -616,7 +617,7 @@ unsigned char const* table() {
         for (unsigned i = 0; i < 256; ++i)
             built[i] = static_cast<unsigned char>(i);
         for (unsigned i = 0; i < 256; ++i) {
-            unsigned const j = unsigned(std::rand()) & 255u;
+            unsigned const j = unsigned(std::rand()) & 255u;  // NOLINT(cert-msc50-cpp): built with rand, as documented
             unsigned char const x = built[i];
             built[i] = built[j];
             built[j] = x;

@@ -130,7 +130,7 @@ ios_base::Init::~Init() {
 namespace {
 // The library's own Init: the objects exist for as long as the library is
 // loaded, whether or not a program's file includes iostream.h.
-ios_base::Init const library_init;
+ios_base::Init const library_init;  // NOLINT(cert-err58-cpp): as std::ios_base::Init
 } // namespace
 
 } // namespace zel

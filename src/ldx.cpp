@@ -24,6 +24,7 @@
 #include <cstring>
 #include <ctype.h>
 #include <cwchar>
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <new>
@@ -72,9 +73,9 @@ void expand_map() {
     std::set_new_handler(handler);
     if (fresh == nullptr)
         ZEL_THROW_AT(bad_alloc("bad allocation"), 421);
-    std::memset(static_cast<void*>(fresh), 0, n * sizeof(ldx_record*));
+    std::fill_n(fresh, n, nullptr);
     if (size_ != 0)
-        std::memcpy(static_cast<void*>(fresh), map_, size_ * sizeof(ldx_record*));
+        std::copy_n(map_, size_, fresh);
     delete[] map_;
     map_ = fresh;
     cap_ = n;
@@ -121,7 +122,7 @@ bool get_fullname(std::string& out, char const* name, int category) {
     if (!ok)
         return false;
     out = std::setlocale(LC_ALL, nullptr);
-    std::setlocale(LC_ALL, saved.c_str());
+    (void)std::setlocale(LC_ALL, saved.c_str());
     return true;
 }
 
@@ -218,7 +219,7 @@ void init_ldx(ldx_record& r, std::string const& full) {
 
 void set_current(ldx_record const* r) noexcept {
     curr_ = &r->d;
-    std::setlocale(LC_ALL, r->full);
+    (void)std::setlocale(LC_ALL, r->full);
 }
 
 locale_descriptor const* install_locked(char const* name, int category, bool make_current) {
@@ -495,7 +496,7 @@ bool xungetc(unsigned short c, std::FILE* f, locale_descriptor const* d) {
     if (n < 0)
         return false;
     for (int i = n - 1; i >= 0; --i)
-        std::ungetc(static_cast<unsigned char>(bytes[i]), f);
+        (void)std::ungetc(static_cast<unsigned char>(bytes[i]), f);
     return true;
 }
 

@@ -158,7 +158,7 @@ void lay_out_integer(integer_field& field, std::uint64_t bits, bool is_signed, u
     }
     auto const prefix_count = static_cast<unsigned>(std::strlen(prefix));
     char* const start = digits - prefix_count;
-    std::memcpy(start, prefix, prefix_count);
+    std::memcpy(start, prefix, prefix_count);  // NOLINT(bugprone-not-null-terminated-result): a counted field
 
     field.start = start;
     field.prefix_count = prefix_count;

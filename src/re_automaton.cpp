@@ -667,6 +667,7 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
                             groups = 0, emptied = true;
                         to &= ~std::uint64_t(7);
                     }
+                    // NOLINTNEXTLINE(performance-no-int-to-ptr): the table holds tagged row addresses
                     row = reinterpret_cast<std::uint64_t const*>(std::uintptr_t(to));
                     ++q;
                     if (emptied)

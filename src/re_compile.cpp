@@ -988,10 +988,10 @@ char const* regex_base::message(unsigned code) noexcept {
 
 void regex_base::print_status(std::FILE* stream) const {
     if (location_ == npos)
-        std::fputs(message(status_), stream);
+        (void)std::fputs(message(status_), stream);
     else
-        std::fprintf(stream, "%s at index %d", message(status_), int(location_));
-    std::fflush(stream);
+        (void)std::fprintf(stream, "%s at index %d", message(status_), int(location_));
+    (void)std::fflush(stream);
 }
 
 unsigned regex_base::subexpressions() const noexcept { return program_ ? program_->group_count : 0; }

@@ -45,7 +45,7 @@ public:
     explicit xexception(char const* what) noexcept
         : xexception("xexception", what, nullptr, -1) {}
     // Copies the four fields; the base part is default-constructed.
-    xexception(xexception const& other) noexcept
+    xexception(xexception const& other) noexcept  // NOLINT(bugprone-copy-constructor-init): kept, see above
         : exception(), name_(other.name_), message_(other.message_),
           file_(other.file_), line_(other.line_) {}
     // Copies the four fields (nothing on self-assignment) and leaves the
@@ -159,7 +159,7 @@ ZEL_RUNTIME_MIRROR(bad_typeid, "bad typeid");
 
 // Kept behaviour: inherits bad_typeid's _Doraise, so raising it that way
 // throws a bad_typeid copy.
-class ZEL_API __non_rtti_object : public bad_typeid {
+class ZEL_API __non_rtti_object : public bad_typeid {  // NOLINT(bugprone-reserved-identifier): the runtime's own name
 public:
     explicit __non_rtti_object(char const* what) noexcept : bad_typeid(what) {}
     __non_rtti_object(__non_rtti_object const&) noexcept = default;

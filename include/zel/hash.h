@@ -488,7 +488,7 @@ public:
             throw;
         }
     }
-    hash_container(hash_container&& other)
+    hash_container(hash_container&& other)  // NOLINT(performance-noexcept-move-constructor): copies hash and equality
         : engine(0, grow_two_steps, 0.0f, 1.0f, Multi), hash_(other.hash_), eq_(other.eq_) {
         swap(other);
     }
@@ -506,7 +506,7 @@ public:
         }
         return *this;
     }
-    hash_container& operator=(hash_container&& other) {
+    hash_container& operator=(hash_container&& other) noexcept {
         if (this != &other) {
             clear();
             swap(other);

@@ -43,10 +43,10 @@ extern ZEL_API wostream& wcout;
 extern ZEL_API wostream& wcerr;
 extern ZEL_API wostream& wclog;
 
-namespace {
+namespace {  // NOLINT(cert-dcl59-cpp): one Init per file, as <iostream>
 // Built before anything else this file defines, so the objects are ready
 // for this file's static constructors and still there for its destructors.
-ios_base::Init const zel_ios_init_object;
+ios_base::Init const zel_ios_init_object;  // NOLINT(cert-err58-cpp): as std::ios_base::Init
 } // namespace
 
 } // namespace zel

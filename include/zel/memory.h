@@ -160,7 +160,7 @@ inline std::uint64_t ptr2utype(void const* p) noexcept {
     return static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(p));
 }
 inline void* utype2ptr(std::uint64_t v) noexcept {
-    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(v));
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(v));  // NOLINT(performance-no-int-to-ptr): its purpose
 }
 
 } // namespace zel

@@ -331,6 +331,7 @@ public:
     ordered_tree(ordered_tree const& other) : rbtree_engine(Multi), comp_(other.comp_) {
         guarded([&] { rbtree_engine::insert(other); });
     }
+    // NOLINTNEXTLINE(performance-noexcept-move-constructor): copies the comparator
     ordered_tree(ordered_tree&& other) : rbtree_engine(Multi), comp_(other.comp_) {
         rbtree_engine::swap(other, true);
     }

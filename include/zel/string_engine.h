@@ -54,6 +54,7 @@ public:
     ~string_engine() = default;
 
     // Gives the block back to the heap named in its own allocator field.
+    // NOLINTNEXTLINE(cert-dcl54-cpp): engines are placed by new (p) in a heap's block
     static void operator delete(void* block) noexcept {
         static_cast<string_engine*>(block)->allocator_->deallocate(block);
     }

@@ -5,6 +5,7 @@
 #define ZEL_TEST_CONCURRENCY_H
 
 #include <chrono>
+#include <cstdlib>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -15,8 +16,18 @@
 
 namespace zel_test {
 
+// How many times slower than a plain build this run may be: the
+// ZEL_TEST_TIME_SCALE environment variable (the valgrind preset sets it),
+// else 1. It stretches the waits and the upper bounds of the timing checks,
+// never their lower bounds.
+inline unsigned time_scale() {
+    char const* text = std::getenv("ZEL_TEST_TIME_SCALE");
+    unsigned long const scale = text != nullptr ? std::strtoul(text, nullptr, 10) : 0;
+    return scale > 0 && scale < 1000 ? static_cast<unsigned>(scale) : 1u;
+}
+
 // The longest any test waits for something that should happen promptly.
-constexpr unsigned patience_ms = 5000;
+inline unsigned const patience_ms = 5000 * time_scale();
 
 inline void pause_ms(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
 
