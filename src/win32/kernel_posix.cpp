@@ -789,6 +789,24 @@ bool release_lock(handle lock) noexcept {
     return true;
 }
 
+bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                     std::uint32_t timeout) noexcept {
+    timespec left;
+    timespec const* bound = nullptr;
+    if (timeout != infinite) {
+        left.tv_sec = static_cast<time_t>(timeout / 1000);
+        left.tv_nsec = static_cast<long>(timeout % 1000) * 1000000L;
+        bound = &left;
+    }
+    // A suspension or termination reaches the sleeper at once: the signal
+    // interrupts the wait, which holds nothing of the emulation's.
+    return !(futex(&word, FUTEX_WAIT_PRIVATE, expected, bound) == -1 && errno == ETIMEDOUT);
+}
+
+void wake_by_address_all(std::atomic<std::uint32_t>& word) noexcept {
+    futex(&word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr);
+}
+
 handle create_mutex() noexcept { return create_lock(true); }
 
 bool release_mutex(handle mutex) noexcept { return release_lock(mutex); }
