@@ -116,7 +116,9 @@ struct object {
 // one. The other bits are the owner's thread id (ids never have them all 0).
 constexpr std::uint32_t lock_sleepers = 0x80000000u;
 
-struct mutex_object : object {
+// One cache line of its own: the word and the owner's fields travel between
+// contending threads together, and nothing else rides along.
+struct alignas(64) mutex_object : object {
     explicit mutex_object(bool r) noexcept : object(kind::mutex), recursive(r) {}
     // The futex word: the owner's id and the sleepers bit, 0 when free.
     std::atomic<std::uint32_t> state{0};
@@ -592,7 +594,10 @@ void taken(mutex_object* m) noexcept {
 // termination reaches a sleeping thread at once; the take and the link to
 // the held list are one region. Out of line, to keep the fast path short.
 ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
-    deadline limit(timeout == infinite ? 0 : timeout);
+    // Only a timed wait needs the clock.
+    timespec limit{};
+    if (timeout != infinite)
+        limit = add_ms(now(CLOCK_MONOTONIC), timeout);
     sleeping_on = m;
     std::atomic_signal_fence(std::memory_order_seq_cst);
     for (;;) {
@@ -618,7 +623,7 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
         timespec left;
         timespec const* bound = nullptr;
         if (timeout != infinite) {
-            long long ns = nanos_until(limit.at, now(CLOCK_MONOTONIC));
+            long long ns = nanos_until(limit, now(CLOCK_MONOTONIC));
             if (ns == 0)
                 break;
             left.tv_sec = static_cast<time_t>(ns / nanos_per_second);
@@ -637,6 +642,15 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
 // termination that arrives while the word and the held list change waits
 // until both have.
 bool take(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
+    // A lock that is not recursive is on no list: its take is the one
+    // compare-exchange, which nothing can interrupt half-way.
+    if (!m->recursive && !single_threaded()) {
+        std::uint32_t free = 0;
+        if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+            return true;
+        return timeout != 0 && take_slow(m, key, timeout);
+    }
     {
         kernel_region region;
         if (single_threaded()) {
