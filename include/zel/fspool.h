@@ -114,36 +114,28 @@ inline void fs_pool::set_next(pool_chunk* chunk, pool_chunk* next) noexcept {
     std::memcpy(chunk, &link, sizeof link);
 }
 
-// The pool's fields are read before a chunk's link is written: the link is
-// written bytewise and could alias anything, and reading first spares the
-// reloads after it.
 inline void* fs_pool::allocate(unsigned) {
-    pool_data& d = *data_;
-    pool_chunk* chunk = d.free_list;
+    pool_chunk* chunk = data_->free_list;
     if (chunk == nullptr)
         exhausted();
-    d.free_list = next_of(chunk);
-    --d.free_count;
+    data_->free_list = next_of(chunk);
+    --data_->free_count;
     return chunk;
 }
 
 inline void* fs_pool::allocate(unsigned, unsigned, unsigned, unsigned* granted) {
-    pool_data& d = *data_;
-    if (d.free_list == nullptr)
+    if (data_->free_list == nullptr)
         exhausted();
     if (granted)
-        *granted = d.chunk_size;
+        *granted = data_->chunk_size;
     return allocate(0u);
 }
 
 inline void fs_pool::deallocate(void* p) {
-    pool_data& d = *data_;
     pool_chunk* chunk = static_cast<pool_chunk*>(p);
-    pool_chunk* const head = d.free_list;
-    std::uint32_t const count = d.free_count;
-    set_next(chunk, head);
-    d.free_list = chunk;
-    d.free_count = count + 1;
+    set_next(chunk, data_->free_list);
+    data_->free_list = chunk;
+    ++data_->free_count;
 }
 
 } // namespace zel
