@@ -363,12 +363,12 @@ TEST(Creation, FailureRaisesHandleCreationFailed) {
         zel_test::expect_sync_error([] { zel::mutex m; }, "Handle creation failed", guards_file);
         zel_test::expect_sync_error([] { zel::nr_mutex m; }, "Handle creation failed",
                                     guards_file);
+        zel_test::expect_sync_error([] { zel::monitor_v1 m; }, "Handle creation failed",
+                                    guards_file);
     }
     {
         zel_test::failing_size fail(kernel_object_size([] { zel::semaphore s(1); }));
         zel_test::expect_sync_error([] { zel::semaphore s(1); }, "Handle creation failed",
-                                    guards_file);
-        zel_test::expect_sync_error([] { zel::monitor_v1 m; }, "Handle creation failed",
                                     guards_file);
     }
     {

@@ -116,9 +116,7 @@ struct object {
 // one. The other bits are the owner's thread id (ids never have them all 0).
 constexpr std::uint32_t lock_sleepers = 0x80000000u;
 
-// One cache line of its own: the word and the owner's fields travel between
-// contending threads together, and nothing else rides along.
-struct alignas(64) mutex_object : object {
+struct mutex_object : object {
     explicit mutex_object(bool r) noexcept : object(kind::mutex), recursive(r) {}
     // The futex word: the owner's id and the sleepers bit, 0 when free.
     std::atomic<std::uint32_t> state{0};
