@@ -1,6 +1,7 @@
 // Synchronisation costs, each zel case beside its standard-library twin:
-// uncontended acquire+release of the mutexes, a semaphore and a monitor's
-// read access, a mutex shared by two threads, and a thread's start+wait.
+// uncontended acquire+release of the mutexes, a semaphore and the monitors'
+// read access; the mutexes and a monitor shared by two threads with short
+// critical sections; and a thread's start+wait.
 #include <zel/guards.h>
 #include <zel/monitor.h>
 #include <zel/thread.h>
@@ -72,6 +73,65 @@ void BM_std_recursive_mutex_contended(benchmark::State& state) {
 }
 BENCHMARK(BM_std_recursive_mutex_contended)->Threads(2)->UseRealTime();
 
+zel::nr_mutex contended_zel_nr;
+std::mutex contended_std_nr;
+
+void BM_zel_nr_mutex_contended(benchmark::State& state) {
+    for (auto _ : state) {
+        contended_zel_nr.acquire();
+        benchmark::DoNotOptimize(++contended_counter);
+        contended_zel_nr.release();
+    }
+}
+BENCHMARK(BM_zel_nr_mutex_contended)->Threads(2)->UseRealTime();
+
+void BM_std_mutex_contended(benchmark::State& state) {
+    for (auto _ : state) {
+        contended_std_nr.lock();
+        benchmark::DoNotOptimize(++contended_counter);
+        contended_std_nr.unlock();
+    }
+}
+BENCHMARK(BM_std_mutex_contended)->Threads(2)->UseRealTime();
+
+// A monitor shared by a writer and a reader, each with a short critical
+// section, beside std::shared_mutex.
+zel::monitor_v1 contended_monitor;
+std::shared_mutex contended_shared;
+
+void BM_zel_monitor_v1_contended(benchmark::State& state) {
+    zel::monitor_base& m = contended_monitor;
+    bool const writer = state.thread_index() == 0;
+    for (auto _ : state) {
+        if (writer) {
+            m.acquire_for_writing();
+            benchmark::DoNotOptimize(++contended_counter);
+            m.release_from_writing();
+        } else {
+            m.acquire_for_reading();
+            benchmark::DoNotOptimize(contended_counter);
+            m.release_from_reading();
+        }
+    }
+}
+BENCHMARK(BM_zel_monitor_v1_contended)->Threads(2)->UseRealTime();
+
+void BM_std_shared_mutex_contended(benchmark::State& state) {
+    bool const writer = state.thread_index() == 0;
+    for (auto _ : state) {
+        if (writer) {
+            contended_shared.lock();
+            benchmark::DoNotOptimize(++contended_counter);
+            contended_shared.unlock();
+        } else {
+            contended_shared.lock_shared();
+            benchmark::DoNotOptimize(contended_counter);
+            contended_shared.unlock_shared();
+        }
+    }
+}
+BENCHMARK(BM_std_shared_mutex_contended)->Threads(2)->UseRealTime();
+
 void BM_zel_semaphore(benchmark::State& state) {
     zel::semaphore s(1);
     guard_pairs(state, s);
@@ -87,6 +147,16 @@ void BM_zel_monitor_v1_read(benchmark::State& state) {
     }
 }
 BENCHMARK(BM_zel_monitor_v1_read);
+
+void BM_zel_monitor_v2_read(benchmark::State& state) {
+    zel::monitor_v2 m;
+    zel::monitor_base& policy = m;
+    for (auto _ : state) {
+        policy.acquire_for_reading();
+        policy.release_from_reading();
+    }
+}
+BENCHMARK(BM_zel_monitor_v2_read);
 
 void BM_std_shared_mutex_read(benchmark::State& state) {
     std::shared_mutex m;

@@ -108,8 +108,7 @@ public:
     bool try_acquire(unsigned timeout) override;
 
 private:
-    void* handle_;
-    std::uint32_t owner_;  // thread id, 0 = none; written by the holder only
+    void* handle_;  // the lock records its owner's id: only the owner releases
 };
 
 // A counting semaphore that starts full: `count` units, at most `count`.

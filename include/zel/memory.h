@@ -55,6 +55,40 @@ protected:
     }
 };
 
+namespace detail {
+
+// Raises bad_alloc ("bad allocation") as a plain zel::exception, from the
+// heaps' source file.
+[[noreturn]] ZEL_API void heap_exhausted();
+// The general heaps' allocation while a new-handler is installed: removed
+// for the call, and put back unless the call fails.
+ZEL_API void* allocate_past_handler(std::size_t bytes);
+
+// The general heaps' allocation: the global operator new with the process's
+// new-handler removed for the call. Inline for the common case, where no
+// handler is installed: then there is none to remove, and the reinstall of
+// the null handler after a successful call only matters when one was
+// installed during it (by a replaced operator new or another thread), which
+// one look finds. Called on a heap of known type (a container's own heap
+// member), the whole allocation is inline.
+inline void* heap_allocate(std::size_t bytes) {
+    if (std::get_new_handler() != nullptr)
+        return allocate_past_handler(bytes);
+    void* p;
+    try {
+        p = ::operator new(bytes);
+    } catch (std::bad_alloc const&) {
+        p = nullptr;  // with no handler the runtime fails at once
+    }
+    if (p == nullptr)
+        heap_exhausted();  // not reinstalled on this path
+    if (std::get_new_handler() != nullptr)
+        std::set_new_handler(nullptr);
+    return p;
+}
+
+} // namespace detail
+
 // Allocates exactly what is asked.
 //
 // Every allocation of both heaps removes the process's new-handler for the
@@ -72,9 +106,14 @@ public:
     unsigned max_size() const override;        // 2147483647
     bool query_resize(unsigned current, unsigned requested) const override;
     void* allocate(unsigned size, unsigned count, unsigned header,
-                   unsigned* capacity) override;
-    void* allocate(unsigned bytes) override;
-    void deallocate(void* block) override;
+                   unsigned* capacity) override {
+        void* p = detail::heap_allocate(header + size * count);
+        if (capacity)
+            *capacity = count;
+        return p;
+    }
+    void* allocate(unsigned bytes) override { return detail::heap_allocate(bytes); }
+    void deallocate(void* block) override { ::operator delete(block); }
 };
 
 // Rounds every block up to the smallest power of two strictly greater than
@@ -91,15 +130,34 @@ public:
     ~vector_heap() override;
 
     // The block size this heap hands out for a request of `bytes`.
-    static unsigned round(unsigned bytes) noexcept;
+    static unsigned round(unsigned bytes) noexcept {
+        // b = the number of significant bits of `bytes`. The power is taken
+        // with the shift count modulo 32, as the 32-bit shift instruction
+        // does, so counts from 2^31 up (b = 32) give 1.
+        unsigned b = 0;
+#if defined(__GNUC__) || defined(__clang__)
+        if (bytes != 0)
+            b = 32u - static_cast<unsigned>(__builtin_clz(bytes));
+#else
+        for (unsigned n = bytes; n != 0; n >>= 1)
+            ++b;
+#endif
+        return 1u << (b & 31u);
+    }
 
     unsigned long id() const override;
     unsigned max_size() const override;        // 2147483647
     bool query_resize(unsigned current, unsigned requested) const override;
     void* allocate(unsigned size, unsigned count, unsigned header,
-                   unsigned* capacity) override;
-    void* allocate(unsigned bytes) override;
-    void deallocate(void* block) override;
+                   unsigned* capacity) override {
+        unsigned const block = round(header + size * count);
+        void* p = detail::heap_allocate(block);
+        if (capacity)
+            *capacity = allocator_engine::capacity(size, header, block);
+        return p;
+    }
+    void* allocate(unsigned bytes) override { return detail::heap_allocate(round(bytes)); }
+    void deallocate(void* block) override { ::operator delete(block); }
 };
 
 // The typed handle through which a string engine reaches its heap: one

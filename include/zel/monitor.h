@@ -17,7 +17,15 @@
 // time-out across all the waits it makes.
 //
 // Copies are fresh monitors (no readers, no writer); operator= copies
-// nothing. Errors of the underlying mutexes and semaphores propagate.
+// nothing. Errors of the underlying mutexes propagate.
+//
+// In monitor_v1 and monitor_v2 the reader count and the resource (the unit
+// readers as a group and writers take in turn) live in one atomic word,
+// beside marks saying that the count mutex (and monitor_v2's gate) is held.
+// A reader that finds neither held, and no writer holding the resource when
+// it is the first, enters or leaves with one compare-exchange and no kernel
+// call; everything else takes the mutexes in the documented order, so every
+// rule below holds on both paths.
 #ifndef ZEL_MONITOR_H
 #define ZEL_MONITOR_H
 
@@ -82,11 +90,19 @@ private:
 // Readers first. The first reader takes the resource for all readers; the
 // last gives it back.
 //
-// Kept behaviour: when try_acquire_for_reading fails on the resource (a
-// writer holds it past the time-out), the reader count is not taken back. It
-// stays raised with no reader holding the resource, so later readers walk
-// in beside the writer, and the count never returns to 0 by itself: a caller
-// whose timed read fails must call release_from_reading once to undo it.
+// Kept behaviours:
+//   - when try_acquire_for_reading fails on the resource (a writer holds it
+//     past the time-out), the reader count is not taken back. It stays
+//     raised with no reader holding the resource, so later readers walk in
+//     beside the writer, and the count never returns to 0 by itself: a
+//     caller whose timed read fails must call release_from_reading once to
+//     undo it;
+//   - readers are not identified: a release_from_reading by a thread that
+//     does not read still lowers the count, and if it was the last one gives
+//     the resource back, letting a writer in beside the reader that is
+//     still there. With no readers counted it does nothing at all.
+// At most 2^28 - 1 readers are counted at once (left-raised counts
+// included); a reader beyond that raises "Wait operation failed".
 class ZEL_API monitor_v1 : public monitor_base {
 public:
     monitor_v1();
@@ -107,14 +123,13 @@ public:
     bool try_acquire_for_writing(unsigned timeout) override;
 
 private:
-    // Both atomic because they are looked at before any lock is taken; the
-    // count changes only under count_lock_, the writer only by the thread
-    // holding the resource.
-    std::atomic<std::int32_t> readers_;
+    // The reader count, the resource and the count mutex's mark (see
+    // monitor.cpp); the writer is looked at before any lock is taken and
+    // changed only by the thread holding the resource.
+    std::atomic<std::uint32_t> state_;
     std::uint32_t recursion_;
     std::atomic<std::uint32_t> writer_;  // thread id, 0 = none
-    mutex count_lock_;                   // guards readers_
-    semaphore resource_;
+    mutex count_lock_;
 };
 
 // Writers first. Readers and writers pass the gate mutex first; a writer
@@ -122,9 +137,12 @@ private:
 // gate, count mutex, resource.
 //
 // Kept behaviours: as in monitor_v1, a timed read that fails on the resource
-// leaves the reader count raised. A timed read measures the time left for
-// its last wait from what was left after the first, so the first wait is
-// subtracted twice and the last wait is shorter than the time-out implies.
+// leaves the reader count raised, and any thread's release_from_reading
+// lowers the count. A timed read measures the time left for its last wait
+// from what was left after the first, so the first wait is subtracted twice
+// and the last wait is shorter than the time-out implies. The gate is a
+// recursive mutex: a writer's own timed read passes it, then fails on the
+// resource it holds (and leaves the count raised).
 class ZEL_API monitor_v2 : public monitor_base {
 public:
     monitor_v2();
@@ -145,13 +163,19 @@ public:
 private:
     void lock();
     bool try_lock(unsigned timeout);
+    struct gate_pass;
+    void enter_gate();
+    void leave_gate();
 
-    std::atomic<std::int32_t> readers_;
+    std::atomic<std::uint32_t> state_;  // as monitor_v1's, and the gate's mark
     std::uint32_t recursion_;
     std::atomic<std::uint32_t> writer_;
     mutex gate_;
+    // The gate's holder and depth, kept by the holder so that the mark
+    // goes when its outermost hold ends.
+    std::uint32_t gate_owner_;
+    std::uint32_t gate_depth_;
     mutex count_lock_;
-    semaphore resource_;
 };
 
 } // namespace zel

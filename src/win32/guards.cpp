@@ -83,26 +83,23 @@ bool mutex::try_acquire(unsigned timeout) {
 
 // ---------------------------------------------------------------------------
 // nr_mutex: a lock that is not recursive (it behaves as a semaphore of one
-// unit) and the owner's id
+// unit). The lock records the owner's id, so that a release by any other
+// thread is ignored; keeping it there rather than beside the handle leaves
+// one cache line for two threads to pass between them.
 
-nr_mutex::nr_mutex() : handle_(new_lock(false)), owner_(0) {}
+nr_mutex::nr_mutex() : handle_(new_lock(false)) {}
 
-nr_mutex::nr_mutex(nr_mutex const&) : mutex_base(), handle_(new_lock(false)), owner_(0) {}
+nr_mutex::nr_mutex(nr_mutex const&) : mutex_base(), handle_(new_lock(false)) {}
 
 nr_mutex::~nr_mutex() { kernel::close_handle(handle_); }
 
 void nr_mutex::acquire() {
     if (kernel::acquire_lock(handle_, kernel::infinite) == kernel::wait_failed)
         ZEL_THROW(sync_error("Wait operation failed"));
-    owner_ = kernel::current_thread_id();
 }
 
-void nr_mutex::release() {
-    if (owner_ != kernel::current_thread_id())
-        return;
-    owner_ = 0;
-    kernel::release_lock(handle_);
-}
+// Ignored (release_lock reports false) unless the caller is the owner.
+void nr_mutex::release() { kernel::release_lock(handle_); }
 
 bool nr_mutex::try_acquire(unsigned timeout) {
     if (timeout == 0)
@@ -110,10 +107,7 @@ bool nr_mutex::try_acquire(unsigned timeout) {
     std::uint32_t r = kernel::acquire_lock(handle_, timeout);
     if (r == kernel::wait_failed)
         ZEL_THROW(sync_error("Wait operation failed"));
-    if (r != kernel::wait_object_0)
-        return false;
-    owner_ = kernel::current_thread_id();
-    return true;
+    return r == kernel::wait_object_0;
 }
 
 // ---------------------------------------------------------------------------

@@ -49,6 +49,17 @@ handle create_lock(bool recursive) noexcept;
 std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept;
 bool release_lock(handle lock) noexcept;
 
+// Waiting on a word, for objects that keep their state in one atomic word
+// (WaitOnAddress and WakeByAddressAll on Windows, a futex on Linux).
+// wait_on_address sleeps while `word` holds `expected` (it returns at once
+// when it does not), until a wake_by_address_all on the word or `timeout`
+// milliseconds; it may also return for no reason, so a caller tests its
+// word again. False when the time ran out. wake_by_address_all wakes every
+// thread sleeping on the word.
+bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                     std::uint32_t timeout) noexcept;
+void wake_by_address_all(std::atomic<std::uint32_t>& word) noexcept;
+
 // A counting semaphore. Releasing fails (false, count unchanged) when
 // `count` is not positive or the count would pass the maximum.
 handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept;

@@ -592,7 +592,10 @@ void taken(mutex_object* m) noexcept {
 // termination reaches a sleeping thread at once; the take and the link to
 // the held list are one region. Out of line, to keep the fast path short.
 ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
-    deadline limit(timeout == infinite ? 0 : timeout);
+    // Only a timed wait needs the clock.
+    timespec limit{};
+    if (timeout != infinite)
+        limit = add_ms(now(CLOCK_MONOTONIC), timeout);
     sleeping_on = m;
     std::atomic_signal_fence(std::memory_order_seq_cst);
     for (;;) {
@@ -618,7 +621,7 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
         timespec left;
         timespec const* bound = nullptr;
         if (timeout != infinite) {
-            long long ns = nanos_until(limit.at, now(CLOCK_MONOTONIC));
+            long long ns = nanos_until(limit, now(CLOCK_MONOTONIC));
             if (ns == 0)
                 break;
             left.tv_sec = static_cast<time_t>(ns / nanos_per_second);
@@ -637,6 +640,15 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
 // termination that arrives while the word and the held list change waits
 // until both have.
 bool take(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
+    // A lock that is not recursive is on no list: its take is the one
+    // compare-exchange, which nothing can interrupt half-way.
+    if (!m->recursive && !single_threaded()) {
+        std::uint32_t free = 0;
+        if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+            return true;
+        return timeout != 0 && take_slow(m, key, timeout);
+    }
     {
         kernel_region region;
         if (single_threaded()) {
@@ -787,6 +799,24 @@ bool release_lock(handle lock) noexcept {
     unlink_held(m);
     unlock_word(m);
     return true;
+}
+
+bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                     std::uint32_t timeout) noexcept {
+    timespec left;
+    timespec const* bound = nullptr;
+    if (timeout != infinite) {
+        left.tv_sec = static_cast<time_t>(timeout / 1000);
+        left.tv_nsec = static_cast<long>(timeout % 1000) * 1000000L;
+        bound = &left;
+    }
+    // A suspension or termination reaches the sleeper at once: the signal
+    // interrupts the wait, which holds nothing of the emulation's.
+    return !(futex(&word, FUTEX_WAIT_PRIVATE, expected, bound) == -1 && errno == ETIMEDOUT);
+}
+
+void wake_by_address_all(std::atomic<std::uint32_t>& word) noexcept {
+    futex(&word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr);
 }
 
 handle create_mutex() noexcept { return create_lock(true); }
