@@ -285,6 +285,16 @@ bool release_lock(handle lock) noexcept {
     return true;
 }
 
+bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
+                     std::uint32_t timeout) noexcept {
+    static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t), "a plain word");
+    if (WaitOnAddress(&word, &expected, sizeof expected, timeout))
+        return true;
+    return GetLastError() != ERROR_TIMEOUT;
+}
+
+void wake_by_address_all(std::atomic<std::uint32_t>& word) noexcept { WakeByAddressAll(&word); }
+
 handle create_semaphore(std::int32_t initial, std::int32_t maximum) noexcept {
     if (maximum <= 0 || initial < 0 || initial > maximum)
         return nullptr;
