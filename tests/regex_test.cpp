@@ -696,3 +696,18 @@ TEST(StringRegex, FirstAndLastOccurrenceReplaceAnEmptyMatch) {
 }
 
 } // namespace
+
+namespace {
+
+// The last-match scan also runs on an empty range, where the only match an
+// expression can have is the empty one at the range's start.
+TEST(StringRegex, LastMatchOnAnEmptyRangeIsTheEmptyMatch) {
+    zel::regex const star("x*"), digits("\\d+");
+    zel::string const s("ab12");
+    EXPECT_EQ(zel::string().find(star, 0, npos, true, true, true), (match_pair{0, 0}));
+    EXPECT_EQ(s.find(star, 4, npos, true, true, true), (match_pair{4, 0}));
+    EXPECT_EQ(s.find(star, 1, 0, true, true, true), (match_pair{1, 0}));
+    EXPECT_EQ(s.find(digits, 4, npos, true, true, true), none);
+}
+
+} // namespace
