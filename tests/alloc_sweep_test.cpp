@@ -301,7 +301,8 @@ std::vector<scenario> const scenarios = {
              EXPECT_LT(s.size(), 600u);
          }
      }},
-    {"string stream input", false, [](trial& t) {
+    // The string heaps' exhaustion reaches the reader: input swallows nothing.
+    {"string stream input", true, [](trial& t) {
          zel::string const source("12 word 3.5 another-longer-word-that-lives-on-the-heap 99");
          zel::istringstream in(source, zel::ios_base::in);
          int a = 0, b = 0;
