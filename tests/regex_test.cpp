@@ -711,3 +711,19 @@ TEST(StringRegex, LastMatchOnAnEmptyRangeIsTheEmptyMatch) {
 }
 
 } // namespace
+
+namespace {
+
+// Every white-space unit (tab to carriage return, and the blank) is refused
+// outside quotes and classes, in a closure specifier too; inside a class it
+// is a literal.
+TEST(RegexCompile, EveryWhiteSpaceUnitIsRefused) {
+    for (char const u : {'\t', '\n', '\v', '\f', '\r', ' '}) {
+        std::string const plain = std::string("a") + u + "b", closure = std::string("a{1,") + u + "2}";
+        EXPECT_FAILS(plain.c_str(), 18, 1);
+        EXPECT_FAILS(closure.c_str(), 18, 4);
+        EXPECT_COMPILES((std::string("[") + u + "]").c_str());
+    }
+}
+
+} // namespace
