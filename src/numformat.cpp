@@ -337,26 +337,26 @@ inline std::uint64_t extend(long value) noexcept {
 } // namespace
 
 unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
-                std::int64_t value, unsigned radix, unsigned width, long flags) noexcept {
+                std::int64_t value, unsigned radix, unsigned width, long flags) {
     return format_integer(text, context, fill, fill_char, static_cast<std::uint64_t>(value), true,
                           radix, width, flags);
 }
 
 unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
-                std::uint64_t value, unsigned radix, unsigned width, long flags) noexcept {
+                std::uint64_t value, unsigned radix, unsigned width, long flags) {
     return format_integer(text, context, fill, fill_char, value, false, radix, width, flags);
 }
 
 unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
                 double value, unsigned width, unsigned precision, long flags,
-                char decimal_point) noexcept {
+                char decimal_point) {
     return format_floating(text, context, fill, fill_char, value, false, width, precision, flags,
                            decimal_point);
 }
 
 unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
                 long double value, unsigned width, unsigned precision, long flags,
-                char decimal_point) noexcept {
+                char decimal_point) {
     return format_floating(text, context, fill, fill_char, value, true, width, precision, flags,
                            decimal_point);
 }

@@ -6,6 +6,7 @@
 #include <zel/streambuf.h>
 
 #include <cstdint>
+#include <exception>
 
 namespace zel {
 
@@ -85,8 +86,14 @@ int basic_stringbuf<C>::overflow(int c) {
         unsigned const size = str_.size();
         unsigned const room = str_.max_size();
         unsigned const grown = need < room && room - need > size ? need + size : need;
-        str_.resize(grown, C(' '));
-        str_.unique();
+        // A buffer never raises: a string that cannot grow (its heap is
+        // exhausted) stays as it was, and the write fails by end of file.
+        try {
+            str_.resize(grown, C(' '));
+        } catch (std::exception const&) {
+            return base::eof();
+        }
+        str_.unique();   // the grown string is private: this allocates nothing
     }
     C* d = const_cast<C*>(str_.data());
     this->setg(d, d + g, d + e);

@@ -439,3 +439,16 @@ TEST(ListEngine, CheckTexts) {
 }
 
 } // namespace
+
+namespace {
+
+// A cache index must lie below the count: one naming the end (the sentinel,
+// which a walk of count steps reaches) is corrupt too.
+TEST(ListEngine, CheckRefusesACacheAtTheEnd) {
+    probe<int> l{1, 2, 3};
+    l.cache_index_ = 3;
+    l.cache_node_ = l.sentinel();
+    expect_container_error([&] { l.check(); }, "corrupt cache pointer", "src/listbase.cpp", 307);
+}
+
+} // namespace

@@ -285,3 +285,18 @@ TYPED_TEST(ReadersWriters, StressReadersNeverMeetAWriter) {
 }
 
 } // namespace
+
+namespace {
+
+// A stray release_from_reading must not take the count below zero: the next
+// reader would then not take the resource, and a writer would join it.
+TYPED_TEST(ReadersWriters, StrayReleaseFromReadingKeepsReadersAndWritersApart) {
+    TypeParam m;
+    m.release_from_reading();
+    m.acquire_for_reading();
+    EXPECT_FALSE(other_thread_writes(m, 20));
+    m.release_from_reading();
+    EXPECT_TRUE(other_thread_writes(m));
+}
+
+} // namespace

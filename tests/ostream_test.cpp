@@ -366,3 +366,19 @@ TEST(OstreamUnformatted, PutWriteBufferCopyAndSeeking) {
 }
 
 } // namespace
+
+namespace {
+
+// A field one character wider than the text: the single fill character goes
+// behind it with left, in front otherwise.
+TEST(OstreamText, PaddingOfOneCharacter) {
+    zel::ostringstream os;
+    os.fill('*');
+    os << zel::setw(3) << "ab" << '|';
+    os.setf(ios_base::left, ios_base::adjustfield);
+    os << zel::setw(3) << "ab" << '|' << zel::setw(2) << 'x' << '|' << zel::setw(4) << zel::string("yz.")
+       << '|';
+    EXPECT_EQ(text(os.str()), "*ab|ab*|x*|yz.*|");
+}
+
+} // namespace

@@ -663,3 +663,34 @@ TEST(StringRegex, FirstAndLastOccurrenceReplaceAnEmptyMatch) {
 }
 
 } // namespace
+
+namespace {
+
+// The last-match scan also runs on an empty range, where the only match an
+// expression can have is the empty one at the range's start.
+TEST(StringRegex, LastMatchOnAnEmptyRangeIsTheEmptyMatch) {
+    zel::regex const star("x*"), digits("\\d+");
+    zel::string const s("ab12");
+    EXPECT_EQ(zel::string().find(star, 0, npos, true, true, true), (match_pair{0, 0}));
+    EXPECT_EQ(s.find(star, 4, npos, true, true, true), (match_pair{4, 0}));
+    EXPECT_EQ(s.find(star, 1, 0, true, true, true), (match_pair{1, 0}));
+    EXPECT_EQ(s.find(digits, 4, npos, true, true, true), none);
+}
+
+} // namespace
+
+namespace {
+
+// Every white-space unit (tab to carriage return, and the blank) is refused
+// outside quotes and classes, in a closure specifier too; inside a class it
+// is a literal.
+TEST(RegexCompile, EveryWhiteSpaceUnitIsRefused) {
+    for (char const u : {'\t', '\n', '\v', '\f', '\r', ' '}) {
+        std::string const plain = std::string("a") + u + "b", closure = std::string("a{1,") + u + "2}";
+        EXPECT_FAILS(plain.c_str(), 18, 1);
+        EXPECT_FAILS(closure.c_str(), 18, 4);
+        EXPECT_COMPILES((std::string("[") + u + "]").c_str());
+    }
+}
+
+} // namespace

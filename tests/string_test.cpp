@@ -592,3 +592,21 @@ TEST(StringThreads, SharedCountsStayExactUnderConcurrentCopies) {
 }
 
 } // namespace
+
+namespace {
+
+// The character forms truncate at a null character instead of storing it,
+// in the inline fast path of += as in the engine.
+TEST(String, AppendingTheNullCharacterTruncates) {
+    string s("abc");
+    s += '\0';
+    EXPECT_EQ(s.size(), 3u);
+    s.push_back('\0');
+    EXPECT_EQ(s.size(), 3u);
+    EXPECT_EQ(s, "abc");
+    wstring w(u"ab");
+    w += static_cast<unsigned short>(0);
+    EXPECT_EQ(w.size(), 2u);
+}
+
+} // namespace

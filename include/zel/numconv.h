@@ -131,6 +131,10 @@ ZEL_API long double xstrtold(char const* text, char const** end) noexcept;
 ZEL_API long double xwstrtold(unsigned short const* text, unsigned short const** end) noexcept;
 
 // ---- Formatting engines --------------------------------------------------
+//
+// The engines raise nothing themselves, but a sink may (a facet writing to a
+// stream buffer of the caller's): its exception passes through to the
+// caller, which is how the output streams turn it into failbit.
 
 // Writes `count` characters of `text`.
 using text_sink = void (*)(void* context, char const* text, unsigned count);
@@ -154,9 +158,9 @@ using fill_sink = void (*)(void* context, void const* fill, unsigned count);
 // otherwise fill, prefix, digits. The octal "0" prefix turns `internal`
 // into the right order. The fill sink is called even for a count of 0.
 ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
-                        std::int64_t value, unsigned radix, unsigned width, long flags) noexcept;
+                        std::int64_t value, unsigned radix, unsigned width, long flags);
 ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
-                        std::uint64_t value, unsigned radix, unsigned width, long flags) noexcept;
+                        std::uint64_t value, unsigned radix, unsigned width, long flags);
 
 // The floating engine: formats with the C library's `snprintf` using the
 // flags (`showpos` "+", `showpoint` "#", `scientific` "e", else `fixed`
@@ -169,10 +173,10 @@ ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void cons
 // written for a missing sink.
 ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
                         double value, unsigned width, unsigned precision, long flags,
-                        char decimal_point) noexcept;
+                        char decimal_point);
 ZEL_API unsigned insert(text_sink text, void* context, fill_sink fill, void const* fill_char,
                         long double value, unsigned width, unsigned precision, long flags,
-                        char decimal_point) noexcept;
+                        char decimal_point);
 
 // ---- Character-array formatting ------------------------------------------
 

@@ -15,6 +15,12 @@ thread_local std::size_t last = 0;
 std::atomic<long> live{0};
 std::atomic<std::size_t> installing{no_size};
 std::atomic<std::new_handler> installed{nullptr};
+// counting_requests: this thread's count while one is alive, and the number
+// of the request to fail (0: none).
+thread_local bool counting = false;
+thread_local std::size_t counted_requests = 0;
+thread_local std::size_t fail_request = 0;
+thread_local bool request_failed = false;
 
 // Calls the new-handler until it gives up; false when none is installed.
 bool run_handler() {
@@ -29,9 +35,13 @@ void* obtain(std::size_t bytes) {
     last = bytes;
     if (bytes == installing.load(std::memory_order_relaxed))
         std::set_new_handler(installed.load());
+    bool doomed = bytes == poisoned.load(std::memory_order_relaxed);
+    if (counting && ++counted_requests == fail_request) {
+        doomed = true;
+        request_failed = true;
+    }
     for (;;) {
-        void* p = bytes == poisoned.load(std::memory_order_relaxed) ? nullptr
-                                                                     : std::malloc(bytes ? bytes : 1);
+        void* p = doomed ? nullptr : std::malloc(bytes ? bytes : 1);
         if (p) {
             live.fetch_add(1, std::memory_order_relaxed);
             return p;
@@ -68,6 +78,15 @@ namespace zel_test {
 std::size_t last_request() noexcept { return last; }
 
 long live_blocks() noexcept { return live.load(std::memory_order_relaxed); }
+counting_requests::counting_requests(std::size_t fail_at) noexcept {
+    counting = true;
+    counted_requests = 0;
+    fail_request = fail_at;
+    request_failed = false;
+}
+counting_requests::~counting_requests() { counting = false; }
+std::size_t counting_requests::count() const noexcept { return counted_requests; }
+bool counting_requests::failed() const noexcept { return request_failed; }
 
 failing_size::failing_size(std::size_t bytes) noexcept { poisoned.store(bytes); }
 failing_size::~failing_size() { poisoned.store(no_size); }

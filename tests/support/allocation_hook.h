@@ -16,6 +16,21 @@ std::size_t last_request() noexcept;
 // all threads: a test compares it before and after to see memory returned.
 long live_blocks() noexcept;
 
+// While alive, counts this thread's requests to the global operator new
+// (every form); with `fail_at` non-zero, the request of that number (from 1)
+// fails as under failing_size. Other threads are neither counted nor failed.
+class counting_requests {
+public:
+    explicit counting_requests(std::size_t fail_at = 0) noexcept;
+    ~counting_requests();
+    counting_requests(counting_requests const&) = delete;
+    counting_requests& operator=(counting_requests const&) = delete;
+
+    std::size_t count() const noexcept;
+    // Whether the request to fail was made.
+    bool failed() const noexcept;
+};
+
 // While alive, every request of exactly `bytes` fails: the new-handler, if
 // one is installed, is called as the runtime would, and then the request
 // fails (null for the nothrow forms, std::bad_alloc otherwise).
