@@ -371,20 +371,6 @@ TEST(DequeMemory, EveryBlockGoesBackWithCountedStrings) {
 
 namespace {
 
-// A 12-byte element fills a chunk rounded up to the pool's unit: writing
-// one element never touches its neighbours.
-TEST(Deque, TwelveByteElementsKeepTheirOwnChunks) {
-    struct twelve {
-        std::uint32_t a, b, c;
-    };
-    static_assert(sizeof(twelve) == 12, "a 12-byte element");
-    zel::deque<twelve> d;
-    for (std::uint32_t i = 0; i < 2000; ++i)
-        i % 2 ? d.push_back({i, ~i, i * 7}) : d.push_front({i, ~i, i * 7});
-    for (auto const& x : d)
-        ASSERT_TRUE(x.b == ~x.a && x.c == x.a * 7) << x.a;
-}
-
 // The typed push_front writes the front terminator anew: slots left behind
 // by an erasure at the front hold stale pointers.
 TEST(Deque, TypedPushFrontAfterFrontErasuresKeepsTheMapTerminated) {
