@@ -461,7 +461,7 @@ bool xgetc(unsigned short& c, std::FILE* f, locale_descriptor const* d) {
     if (r == static_cast<std::size_t>(-1) || r == static_cast<std::size_t>(-2))
         return false;
     // Nothing to refuse where wchar_t is 16 bits (Windows).
-    std::uint32_t const code = static_cast<std::uint32_t>(w);
+    std::uint32_t const code = static_cast<std::uint32_t>(w);  // NOLINT(bugprone-signed-char-misuse): wchar_t
     if (code > 0xFFFFu)
         return false;
     c = static_cast<unsigned short>(code);

@@ -915,7 +915,7 @@ OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
         std::uint64_t magnitude = 0;
         bool negative = false;
         auto take = [&](auto v) {
-            magnitude = static_cast<std::uint64_t>(v);
+            magnitude = static_cast<std::uint64_t>(+v);  // a character type promoted first
             if constexpr (std::is_signed_v<decltype(v)>) {
                 negative = v < 0;
                 magnitude = negative ? 0 - magnitude : magnitude;

@@ -173,14 +173,16 @@ public:
 
     void* allocate() {
         if (free_) {
-            void* p = reinterpret_cast<void*>(free_);
+            // The links are kept as integers so that a push hands them on in
+            // registers.
+            void* p = reinterpret_cast<void*>(free_);  // NOLINT(performance-no-int-to-ptr)
             free_ = *static_cast<std::uintptr_t*>(p);
             return p;
         }
         if (next_ != end_) {
             std::uintptr_t const p = next_;
             next_ = p + chunk_;
-            return reinterpret_cast<void*>(p);
+            return reinterpret_cast<void*>(p);  // NOLINT(performance-no-int-to-ptr)
         }
         return grow();
     }
