@@ -83,7 +83,8 @@ void run_beside_std(unsigned seed, int steps, Make make) {
             if (by_index) {
                 l.raw().insert(a, &e, m);
             } else if (m == 2) {   // the list form answers its first element
-                ASSERT_EQ(unsigned(std::distance(l.begin(), l.insert(at(l, a), {e, e}))), a);
+                auto const first = l.insert(at(l, a), {e, e});   // before begin() is read
+                ASSERT_EQ(unsigned(std::distance(l.begin(), first)), a);
             } else {
                 l.insert(at(l, a), m, e);
             }
