@@ -24,6 +24,7 @@
 #include <gtest/gtest.h>
 
 #include "support/allocation_hook.h"
+#include "support/platform.h"
 #include "support/counted.h"
 #include "support/streams.h"
 
@@ -280,6 +281,8 @@ std::vector<scenario> const scenarios = {
          EXPECT_EQ(re.search("aqq").position, 1u);
      }},
     {"locale creation", true, [](trial& t) {
+         if (!zel_test::have_test_locale("de_DE.ISO-8859-1"))
+             return;   // no request: passed over where the platform lacks it
          zel::locale const global;
          t.run([&] {
              zel::locale const de("de_DE.ISO-8859-1");
@@ -326,6 +329,9 @@ TEST(AllocationSweep, EveryFailingRequestIsReportedAndLeavesTheObjectsAsDocument
         s.body(warm);
         trial counting(0);
         s.body(counting);
+        if (counting.requests() == 0 && (!zel_test::have(zel_test::needs::runtime_allocations_replaced) ||
+                                         !zel_test::have(zel_test::needs::test_locales)))
+            continue;   // every request was the runtime's own, or the scenario cannot run here
         ASSERT_GT(counting.requests(), 0u);
         ASSERT_FALSE(counting.raised());
         std::size_t hits = 0;

@@ -32,6 +32,9 @@ enum class needs {
     // Kernel objects (mutexes, semaphores, events) that the library makes on
     // the heap, so that a failed allocation makes their creation fail.
     kernel_objects_on_the_heap,
+    // A replaced global operator new that also sees the requests the C++
+    // runtime makes inside its own code (std::string's members).
+    runtime_allocations_replaced,
 };
 
 // Null when the target has it, otherwise why not.
@@ -44,6 +47,9 @@ inline char const* missing(needs what) noexcept {
                "has its own names and data for locales";
     case needs::posix_regex:
         return "the Windows C runtime has no POSIX regcomp/regexec to compare with";
+    case needs::runtime_allocations_replaced:
+        return "the C++ runtime is a DLL whose own calls to operator new do not reach the "
+               "program's replacement";
     case needs::kernel_objects_on_the_heap:
         return "Windows makes kernel objects itself: no allocation of the program's can make "
                "their creation fail";
