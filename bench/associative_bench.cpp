@@ -1,8 +1,8 @@
 // The associative containers beside their standard twins: each zel case is
 // followed by the std case it is measured against, in the same binary.
-// Hashed: insert, find (hit and miss), erase and iterate over 1M int keys
-// and 100k string keys, zel::hash_map beside std::unordered_map.
-// Ordered: the same cases, zel::map beside std::map.
+// Insert, find (hit and miss), erase and iterate over 1M int keys and 100k
+// string keys: zel::hash_map beside std::unordered_map, zel::map beside
+// std::map.
 #include <zel/hash_map.h>
 #include <zel/map.h>
 
@@ -52,8 +52,9 @@ M filled(std::vector<typename M::key_type> const& ks) {
     return m;
 }
 
+// Each case runs over every container: the template argument names it.
 template <class M>
-void hash_insert(benchmark::State& state) {
+void insert(benchmark::State& state) {
     auto const ks = keys<typename M::key_type>();
     for (auto _ : state) {
         M m;
@@ -63,37 +64,26 @@ void hash_insert(benchmark::State& state) {
     }
 }
 
+// Looks up every key (miss = 0) or n keys none of which is there (miss = 1).
 template <class M>
-void hash_find_hit(benchmark::State& state) {
+void find(benchmark::State& state) {
     auto const ks = keys<typename M::key_type>();
+    auto const probes = keys<typename M::key_type>(state.range(0) != 0);
     M const m = filled<M>(ks);
     for (auto _ : state) {
         long found = 0;
-        for (auto const& k : ks)
+        for (auto const& k : probes)
             found += m.find(k) != m.end();
         benchmark::DoNotOptimize(found);
     }
 }
 
-template <class M>
-void hash_find_miss(benchmark::State& state) {
-    auto const ks = keys<typename M::key_type>();
-    auto const misses = keys<typename M::key_type>(true);
-    M const m = filled<M>(ks);
-    for (auto _ : state) {
-        long found = 0;
-        for (auto const& k : misses)
-            found += m.find(k) != m.end();
-        benchmark::DoNotOptimize(found);
-    }
-}
-
-// The same look-ups with both tables given the same bucket count first: the
+// The misses with both hash tables given the same bucket count first: the
 // default runs compare at the loads each table's growth rules leave (zel's
 // max load is at least 1.0 and its counts come from a fixed prime table, so
 // at 1M keys it sits near 0.95 where std::unordered_map sits near 0.69).
 template <class M>
-void hash_find_miss_same_buckets(benchmark::State& state) {
+void find_miss_same_buckets(benchmark::State& state) {
     auto const ks = keys<typename M::key_type>();
     auto const misses = keys<typename M::key_type>(true);
     M m;
@@ -110,7 +100,7 @@ void hash_find_miss_same_buckets(benchmark::State& state) {
 }
 
 template <class M>
-void hash_erase(benchmark::State& state) {
+void erase(benchmark::State& state) {
     auto const ks = keys<typename M::key_type>();
     for (auto _ : state) {
         state.PauseTiming();
@@ -123,7 +113,7 @@ void hash_erase(benchmark::State& state) {
 }
 
 template <class M>
-void hash_iterate(benchmark::State& state) {
+void iterate(benchmark::State& state) {
     M const m = filled<M>(keys<typename M::key_type>());
     for (auto _ : state) {
         long sum = 0;
@@ -133,76 +123,19 @@ void hash_iterate(benchmark::State& state) {
     }
 }
 
-#define ZEL_HASH_BENCH(name)                                                                 \
-    BENCHMARK_TEMPLATE(name, zel::hash_map<int, int>)->Unit(benchmark::kMillisecond);        \
-    BENCHMARK_TEMPLATE(name, std::unordered_map<int, int>)->Unit(benchmark::kMillisecond);   \
-    BENCHMARK_TEMPLATE(name, zel::hash_map<std::string, int>)->Unit(benchmark::kMillisecond); \
-    BENCHMARK_TEMPLATE(name, std::unordered_map<std::string, int>)->Unit(benchmark::kMillisecond)
-ZEL_HASH_BENCH(hash_insert);
-ZEL_HASH_BENCH(hash_find_hit);
-ZEL_HASH_BENCH(hash_find_miss);
-ZEL_HASH_BENCH(hash_find_miss_same_buckets);
-ZEL_HASH_BENCH(hash_erase);
-ZEL_HASH_BENCH(hash_iterate);
-
-// The ordered maps: the same keys, zel::map beside std::map.
-template <class M>
-void ordered_insert(benchmark::State& state) {
-    auto const ks = keys<typename M::key_type>();
-    for (auto _ : state) {
-        M m;
-        for (auto const& k : ks)
-            m.insert({k, 1});
-        benchmark::DoNotOptimize(m.size());
-    }
-}
-
-template <class M>
-void ordered_find(benchmark::State& state) {
-    bool const miss = state.range(0) != 0;
-    auto const ks = keys<typename M::key_type>();
-    auto const probes = keys<typename M::key_type>(miss);
-    M const m = filled<M>(ks);
-    for (auto _ : state) {
-        long found = 0;
-        for (auto const& k : probes)
-            found += m.find(k) != m.end();
-        benchmark::DoNotOptimize(found);
-    }
-}
-
-template <class M>
-void ordered_erase(benchmark::State& state) {
-    auto const ks = keys<typename M::key_type>();
-    for (auto _ : state) {
-        state.PauseTiming();
-        M m = filled<M>(ks);
-        state.ResumeTiming();
-        for (auto const& k : ks)
-            m.erase(k);
-        benchmark::DoNotOptimize(m.size());
-    }
-}
-
-template <class M>
-void ordered_iterate(benchmark::State& state) {
-    M const m = filled<M>(keys<typename M::key_type>());
-    for (auto _ : state) {
-        long sum = 0;
-        for (auto const& e : m)
-            sum += e.second;
-        benchmark::DoNotOptimize(sum);
-    }
-}
-
-#define ZEL_ORDERED_BENCH(name, args)                                                                      \
-    BENCHMARK_TEMPLATE(name, zel::map<int, int>)->Unit(benchmark::kMillisecond) args;              \
-    BENCHMARK_TEMPLATE(name, std::map<int, int>)->Unit(benchmark::kMillisecond) args;              \
-    BENCHMARK_TEMPLATE(name, zel::map<std::string, int>)->Unit(benchmark::kMillisecond) args;      \
-    BENCHMARK_TEMPLATE(name, std::map<std::string, int>)->Unit(benchmark::kMillisecond) args
-ZEL_ORDERED_BENCH(ordered_insert, );
-ZEL_ORDERED_BENCH(ordered_find, ->ArgName("miss")->Arg(0)->Arg(1));
-ZEL_ORDERED_BENCH(ordered_erase, );
-ZEL_ORDERED_BENCH(ordered_iterate, );
+// zel's container and then its standard twin, for int and string keys.
+#define ZEL_PAIR(name, zel_map, std_map, args)                                           \
+    BENCHMARK_TEMPLATE(name, zel_map<int, int>)->Unit(benchmark::kMillisecond) args;         \
+    BENCHMARK_TEMPLATE(name, std_map<int, int>)->Unit(benchmark::kMillisecond) args;         \
+    BENCHMARK_TEMPLATE(name, zel_map<std::string, int>)->Unit(benchmark::kMillisecond) args; \
+    BENCHMARK_TEMPLATE(name, std_map<std::string, int>)->Unit(benchmark::kMillisecond) args
+#define ZEL_BOTH(name, args)                                   \
+    ZEL_PAIR(name, zel::hash_map, std::unordered_map, args); \
+    ZEL_PAIR(name, zel::map, std::map, args)
+ZEL_BOTH(insert, );
+ZEL_BOTH(find, ->ArgName("miss")->Arg(0)->Arg(1));
+ZEL_PAIR(find_miss_same_buckets, zel::hash_map, std::unordered_map, );
+ZEL_BOTH(erase, );
+ZEL_BOTH(iterate, );
 
 } // namespace
