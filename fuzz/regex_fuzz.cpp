@@ -119,11 +119,11 @@ std::vector<match_pair> exercise(Re const& re, C const* subject, unsigned length
 
 void raw(FuzzedDataProvider& in, unsigned mode) {
     std::string const pattern = in.ConsumeRandomLengthString(160);
-    // Subjects stay short: a search with trailing context or a
-    // back-reference runs the explorer, whose time is cubic in the
-    // subject's length with trailing context (a visit is remembered per
-    // state, position and span end), past the fuzzer's time limit at a few
-    // hundred units under the sanitizers.
+    // Subjects stay short: a search with a back-reference explores every
+    // path, and one whose trail mark sits in a repeated group remembers a
+    // visit per state, position and span end (time cubic in the subject's
+    // length), past the fuzzer's time limit at a few hundred units under
+    // the sanitizers.
     std::string const subject = in.ConsumeBytesAsString(128);
     current_pattern = pattern;
     current_subject = subject;

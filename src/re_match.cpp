@@ -21,6 +21,14 @@
 // predecessor is. Back-references make the future depend on the captures,
 // so a pattern with one explores every path.
 //
+// When no path passes a trail mark twice, what follows the mark cannot
+// depend on where the span ends: the visits after it are remembered
+// without the trail, with whether they reached the final state, and a
+// revisit from another trail position reports its span at once (or is
+// cut) instead of exploring again, which keeps trailing context quadratic
+// in the subject rather than cubic. Captures then take a second pass from
+// the winning start, cut to the winning trail position.
+//
 // Two shortcuts keep every result: a loop over one single-unit test takes
 // its whole run at once and, on backtracking, leaves after each shorter run
 // in turn; a narrow subject whose matches can begin with one unit only is
@@ -116,7 +124,8 @@ public:
         : p_(p), states_(p.states()), s_(s), full_(full),
           end_(search ? full : (full < 1 ? full : 1)), stop_(end_), exact_(exact), units_{p, re_cases(), exact},
           memo_(how != remembered ? memo_none : (p.features & (re_has_count | re_has_trail)) ? memo_keys : memo_rows),
-          shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u) {
+          shortcuts_(how != reference), row_words_((p.top_state + 64u) / 64u),
+          single_trail_(memo_ == memo_keys && (p.features & re_has_trail) && trail_once(states_, p.top_state)) {
         // A narrow subject with one possible first unit is scanned with
         // memchr (a wide unit above 255 may begin any match).
         if (sizeof(U) == 1 && !p.anchored && exact && shortcuts_) {
@@ -132,9 +141,34 @@ public:
         }
     }
 
-    // The matcher of compare and search: every start position up to the
-    // subject end, until a non-empty match is recorded.
+    // The matcher of compare and search. With captures and a trail mark
+    // passed at most once: the span first, then the captures of the first
+    // path to it.
     match_pair run(match_pair* subs) {
+        if (!single_trail_ || !subs || p_.group_count == 0)
+            return scan(subs);
+        match_pair const span = scan(nullptr);
+        if (span.position == npos)
+            return span;
+        best_ = no_match;
+        wanted_end_ = span.position + span.length;
+        explore(span.position, subs);
+        return best_;
+    }
+
+    // The one start position where the automaton found the longest span,
+    // ending at `limit`: the captures of the first path found to it. No
+    // path beyond the limit is followed (it cannot end there).
+    match_pair at(unsigned start, unsigned limit, match_pair* subs) {
+        stop_ = limit_ = limit;
+        explore(start, subs);
+        return best_;
+    }
+    std::uint64_t steps() const noexcept { return steps_; }
+
+private:
+    // Every start position in turn, until a non-empty match is recorded.
+    match_pair scan(match_pair* subs) {
         for (unsigned start = 0; start <= end_; ++start) {
             if (first_unit_ != npos) {
                 if ((start = next_unit(start)) == npos)
@@ -153,17 +187,6 @@ public:
         return best_;
     }
 
-    // The one start position where the automaton found the longest span,
-    // ending at `limit`: the captures of the first path found to it. No
-    // path beyond the limit is followed (it cannot end there).
-    match_pair at(unsigned start, unsigned limit, match_pair* subs) {
-        stop_ = limit_ = limit;
-        explore(start, subs);
-        return best_;
-    }
-    std::uint64_t steps() const noexcept { return steps_; }
-
-private:
     enum memo_kind { memo_none, memo_rows, memo_keys };
 
     // Passes over the units before the subject end that cannot begin a
@@ -182,6 +205,30 @@ private:
             return unsigned(static_cast<U const*>(hit) - s_);
         unsigned const last = end_ < full_ ? unsigned(s_[end_]) : 0u;
         return last == first_unit_ ? end_ : npos;
+    }
+
+    // Whether no path passes a trail mark twice (a mark inside a repeated
+    // group can be passed again).
+    static bool trail_once(re_state const* states, unsigned top) noexcept {
+        for (unsigned t = 1; t <= top; ++t) {
+            if (states[t].kind != re_trail)
+                continue;
+            std::uint64_t seen[4] = {};
+            unsigned todo[512];
+            unsigned n = 0;
+            todo[n++] = states[t].next1;
+            while (n != 0) {
+                unsigned const s = todo[--n];
+                if (s == 0 || (seen[s / 64] >> (s % 64) & 1))
+                    continue;
+                if (states[s].kind == re_trail)
+                    return false;
+                seen[s / 64] |= std::uint64_t(1) << (s % 64);
+                todo[n++] = states[s].next1;
+                todo[n++] = states[s].next2;
+            }
+        }
+        return true;
     }
 
     static bool single_unit(unsigned kind) noexcept { return kind == re_char || kind == re_class || kind == re_any; }
@@ -237,21 +284,31 @@ private:
         std::string& key = keys_->key;
         key.assign(reinterpret_cast<char const*>(&state), sizeof state);
         key.append(reinterpret_cast<char const*>(&rel), sizeof rel);
-        key.append(reinterpret_cast<char const*>(&trail_), sizeof trail_);
+        unsigned const trail = !single_trail_ ? trail_ : trail_ != npos ? 0u : npos;
+        key.append(reinterpret_cast<char const*>(&trail), sizeof trail);
         key.append(reinterpret_cast<char const*>(counters_), p_.slots * sizeof *counters_);
-        auto const found = keys_->seen.emplace(key, false);
-        if (!found.second)
-            return !found.first->second;
-        push(e_visit, 0, unsigned(keys_->visits.size()));
-        keys_->visits.push_back(&found.first->second);
-        return true;
+        auto const found = keys_->seen.emplace(key, 0);
+        if (found.second) {
+            push(e_visit, 0, unsigned(keys_->visits.size()), finals_);
+            keys_->visits.push_back(&found.first->second);
+            return true;
+        }
+        std::uint8_t const visit = found.first->second;
+        if (!(visit & visit_finished))
+            return true;
+        if ((visit & visit_accepted) && single_trail_ && trail_ != npos && wanted_end_ == npos) {
+            // Every path on from here reports the span ending at this trail.
+            ++finals_;
+            record(start_, pos, subs_);
+        }
+        return false;
     }
     void finished(entry const& e) {
         if (memo_ == memo_rows)
             rows_.data()[std::size_t(e.a - start_) * 2 * row_words_ + row_words_ + e.index / 64] |=
                 std::uint64_t(1) << (e.index % 64);
         else
-            *keys_->visits[e.a] = true;
+            *keys_->visits[e.a] = visit_finished | (finals_ != e.b ? visit_accepted : 0);
     }
 
     bool returned_empty(re_state const& st, unsigned pos) const noexcept {
@@ -295,6 +352,11 @@ private:
     unsigned row_words_;
     match_pair best_ = no_match;
 
+    bool single_trail_;     // no path passes a trail mark twice
+    unsigned finals_ = 0;   // final states reached so far (or stood for)
+    unsigned wanted_end_ = npos;  // the captures' pass: the winning span's end
+    match_pair* subs_ = nullptr;
+
     unsigned start_ = 0;
     unsigned trail_ = npos;
     match_pair captures_[max_groups];
@@ -307,10 +369,11 @@ private:
     unsigned rows_used_ = 0;
     // With counters or trailing context the visits are remembered by key
     // (state, position, trail, counters); made on the first visit.
+    enum : std::uint8_t { visit_finished = 1, visit_accepted = 2 };
     struct key_memo {
         std::string key;
-        std::unordered_map<std::string, bool> seen;  // finished?
-        std::vector<bool*> visits;
+        std::unordered_map<std::string, std::uint8_t> seen;  // visit_ bits
+        std::vector<std::uint8_t*> visits;
     };
     std::unique_ptr<key_memo> keys_;
 };
@@ -318,6 +381,7 @@ private:
 template <class U>
 void matcher<U>::explore(unsigned start, match_pair* subs) {
     start_ = start;
+    subs_ = subs;
     trail_ = npos;
     for (unsigned i = 0; i < p_.group_count; ++i)
         captures_[i] = no_match;
@@ -396,7 +460,10 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
                 break;
             }
             re_state const& body = states_[st.next1];
-            if (shortcuts_ && single_unit(body.kind) && body.next1 == state) {
+            // After a trail mark passed once, the loop goes one repetition
+            // at a time instead, so that each position it reaches is
+            // remembered: another trail position reaches them again.
+            if (shortcuts_ && single_unit(body.kind) && body.next1 == state && !(single_trail_ && trail_ != npos)) {
                 // A loop over one single-unit test takes its whole run at
                 // once and leaves after it; the run entry then leaves after
                 // one repetition fewer each time it is popped, down to none:
@@ -459,10 +526,19 @@ void matcher<U>::explore(unsigned start, match_pair* subs) {
             break;
         }
         case re_trail:
+            if (wanted_end_ != npos && pos != wanted_end_)
+                goto fail;
             push(e_trail, 0, trail_);
             trail_ = pos;
             break;
         case re_final:
+            ++finals_;
+            if (wanted_end_ != npos) {  // the first path to the winning span
+                if ((trail_ != npos ? trail_ : pos) != wanted_end_)
+                    goto fail;
+                record(start, pos, subs);
+                return;
+            }
             record(start, pos, subs);
             if ((pos == full_ || pos == limit_) && trail_ == npos)
                 return;  // nothing longer is possible from this start (or wanted: the span is known)
