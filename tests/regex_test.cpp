@@ -550,36 +550,35 @@ void expect_consistent_layout(zel::regex const& re) {
 }
 
 TEST(RegexCompile, LargestProgramsKeepTheirLayout) {
-    std::string many_states;  // 63 closures and a literal: 253 states
+    using zel::detail::regex_probe;
+    std::string states, groups, subject;
     for (int i = 0; i < 63; ++i)
-        many_states += "a*";
-    many_states += 'b';
-    zel::regex states(many_states.c_str());
-    ASSERT_EQ(states.status(), 1u);
-    EXPECT_GE(zel::detail::regex_probe::program(states)->top_state, 250u);
-    expect_consistent_layout(states);
-    EXPECT_EQ(states.search("xxaaab"), (match_pair{2, 4}));
-
-    std::string const literal(127, 'q');  // one string of 127 units
-    zel::regex text(literal.c_str());
-    ASSERT_EQ(text.status(), 1u);
-    EXPECT_EQ(zel::detail::regex_probe::program(text)->literal_units, 128u);
-    expect_consistent_layout(text);
-    EXPECT_EQ(text.search(("x" + literal).c_str()), (match_pair{1, 127}));
-
-    std::string everything;  // 15 groups, each with a class and a counted closure
-    for (char c = 'a'; c < 'a' + 15; ++c)
-        everything += std::string("([") + c + "]{" + char('1' + c % 2) + "})";
-    zel::regex all(everything.c_str());
-    ASSERT_EQ(all.status(), 1u) << everything;
-    ASSERT_EQ(all.subexpressions(), 15u);
-    expect_consistent_layout(all);
-    std::string subject;
-    for (char c = 'a'; c < 'a' + 15; ++c)
+        states += "a*";  // 63 closures and a literal: 253 states
+    states += 'b';
+    for (char c = 'a'; c < 'a' + 15; ++c) {  // 15 groups, each with a class and a counted closure
+        groups += std::string("([") + c + "]{" + char('1' + c % 2) + "})";
         subject += std::string(1 + c % 2, c);
-    match_pair subs[15];
-    EXPECT_EQ(all.search(subject.c_str(), npos, subs), (match_pair{0, unsigned(subject.size())}));
-    EXPECT_EQ(subs[14], (match_pair{unsigned(subject.size()) - 2, 2}));  // "oo"
+    }
+    std::string const literal(127, 'q');  // one string of 127 units
+    unsigned const n = unsigned(subject.size());
+    struct {
+        std::string pattern, subject;
+        match_pair span, last;
+    } const cases[] = {
+        {states, "xxaaab", {2, 4}, none}, {literal, "x" + literal, {1, 127}, none},
+        {groups, subject, {0, n}, {n - 2, 2}},
+    };
+    for (auto const& c : cases) {
+        zel::regex re(c.pattern.c_str());
+        ASSERT_EQ(re.status(), 1u) << c.pattern;
+        expect_consistent_layout(re);
+        match_pair subs[15] = {};
+        EXPECT_EQ(re.search(c.subject.c_str(), npos, subs), c.span) << c.pattern;
+        EXPECT_TRUE(re.subexpressions() != 15 || subs[14] == c.last) << "\"oo\" of " << c.pattern;
+    }
+    EXPECT_GE(regex_probe::program(zel::regex(states.c_str()))->top_state, 250u);
+    EXPECT_EQ(regex_probe::program(zel::regex(literal.c_str()))->literal_units, 128u);
+    EXPECT_EQ(zel::regex(groups.c_str()).subexpressions(), 15u);
 }
 
 TEST(StringRegex, FindContainsAndSubstitute) {
