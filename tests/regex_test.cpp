@@ -170,6 +170,8 @@ TEST(RegexMatch, SpansOfSearchAndCompare) {
         {"(a*)*b", "aaab", exact, {0, 4}}, {"x", "", exact, none}, {"a{2,3}", "aaaa", exact, {0, 3}},
         {"(ab){2}", "abababab", exact, {0, 4}}, {"(a|b){3,}", "xabbaab", exact, {1, 6}},
         {"(a*){2,}b", "aab", exact, {0, 3}}, {"()a", "ba", exact, {1, 1}},
+        // a literal start that fills the rest of the subject, at once or after a near miss
+        {"abc", "abc", exact, {0, 3}}, {"ab", "aab", exact, {1, 2}},
         // the compare bound
         {"abc", "abcdef", compared, {0, 3}}, {"a.c", "abcdef", compared, none},
         {"a", "", compared, none}, {"a", "ab", compared, {0, 1}}, {"b", "ab", compared, none},
