@@ -464,10 +464,7 @@ TEST(String, StripTrimCaseAndTabs) {
 
 TEST(String, IteratorsHashAndFiles) {
     string s("abc");
-    std::string seen;
-    for (char c : s)
-        seen += c;
-    EXPECT_EQ(seen, "abc");
+    EXPECT_EQ(std::string(s.begin(), s.end()), "abc");
     string t = s;
     for (char& c : t)
         c = char(c - 32);
