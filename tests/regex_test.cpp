@@ -646,7 +646,6 @@ TEST(StringRegex, FirstAndLastOccurrenceReplaceAnEmptyMatch) {
     EXPECT_TRUE(w == zel::wstring(u"Zbbb"));
 }
 
-
 // The last-match scan also runs on an empty range, where the only match an
 // expression can have is the empty one at the range's start.
 TEST(StringRegex, LastMatchOnAnEmptyRangeIsTheEmptyMatch) {
@@ -657,7 +656,6 @@ TEST(StringRegex, LastMatchOnAnEmptyRangeIsTheEmptyMatch) {
     EXPECT_EQ(s.find(star, 1, 0, true, true, true), (match_pair{1, 0}));
     EXPECT_EQ(s.find(digits, 4, npos, true, true, true), none);
 }
-
 
 // Every white-space unit (tab to carriage return, and the blank) is refused
 // outside quotes and classes, in a closure specifier too; inside a class it

@@ -588,7 +588,6 @@ TEST(StringThreads, SharedCountsStayExactUnderConcurrentCopies) {
     EXPECT_EQ(e->refs(), 1) << "only the original is left";
 }
 
-
 // The character forms truncate at a null character instead of storing it,
 // in the inline fast path of += as in the engine.
 TEST(String, AppendingTheNullCharacterTruncates) {
