@@ -146,7 +146,7 @@ void run_beside_std(unsigned seed) {
     std::bitset<N> s;
     for (int step = 0; step < 2000; ++step) {
         unsigned const i = rng() % N;
-        switch (rng() % 9) {
+        switch (rng() % 10) {
         case 0: z.set(i); s.set(i); break;
         case 1: z.reset(i); s.reset(i); break;
         case 2: z.flip(i); s.flip(i); break;
@@ -155,6 +155,7 @@ void run_beside_std(unsigned seed) {
         case 5: z = ~z; s = ~s; break;
         case 6: { unsigned const j = i + rng() % (N - i); z.set(i, j, true); for (unsigned k = i; k <= j; ++k) s.set(k); break; }
         case 7: z ^= zel::bitset<N>().set(i); s ^= std::bitset<N>().set(i); break;
+        case 8: z = (z | (z << 3)) & ~(z >> 1); s = (s | (s << 3)) & ~(s >> 1); break;
         default: z.set(); s.set(); break;
         }
         ASSERT_EQ(z.count(), s.count()) << step;
@@ -174,15 +175,9 @@ TEST(Bitset, AgreesWithStdBitset) {
     run_beside_std<256>(5);
 }
 
-TEST(Bitset, OperatorsAndChecks) {
-    zel::bitset<10> a("1100000001"), b("0110000000");
-    EXPECT_EQ((a & b).to_string(), "0100000000");
-    EXPECT_EQ((a | b).to_string(), "1110000001");
-    EXPECT_EQ((a ^ b).to_string(), "1010000001");
-    EXPECT_EQ((~a).count(), 7u);
-    EXPECT_EQ((a << 1).to_string(), "0110000000");
-    EXPECT_EQ((a >> 1).to_string(), "1000000010");
-    EXPECT_TRUE((a << 10).none());
+TEST(Bitset, TextOrderAndChecks) {
+    zel::bitset<10> a("1100000001");
+    EXPECT_EQ((a << 1).to_string(), "0110000000") << "the text starts at bit 0";
     EXPECT_THROW(a.test(10), zel::xexception);
     EXPECT_THROW(zel::bitset<4>("10x0"), zel::invalid_argument);
 }

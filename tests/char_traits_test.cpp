@@ -59,7 +59,7 @@ TEST(CharTraits, CaseInsensitiveRelationsAndConversions) {
     EXPECT_TRUE(wide::ieq('Q', 'q'));
 }
 
-TEST(CharTraits, IntegerFormsAndEndOfFile) {
+TEST(CharTraits, IntegerFormsEndOfFileAndWhiteSpace) {
     EXPECT_EQ(narrow::to_int_type('\xFF'), 255);
     EXPECT_EQ(narrow::eof(), -1);
     EXPECT_TRUE(narrow::is_eof(-1));
@@ -68,9 +68,15 @@ TEST(CharTraits, IntegerFormsAndEndOfFile) {
     EXPECT_EQ(wide::to_int_type(0xFFFE), 0xFFFE);
     EXPECT_EQ(narrow::length("four"), 4u);
     EXPECT_EQ(wide::length(wtext("four")), 4u);
+    for (char c : {' ', '\n', '\t', '\r', '\v', '\f'})
+        EXPECT_TRUE(narrow::is_whitespace(c)) << int(c);
+    EXPECT_FALSE(narrow::is_whitespace('x'));
+    EXPECT_FALSE(narrow::is_whitespace('\0'));
 }
 
-TEST(CharTraits, AnEmptyPatternIsNeverFound) {
+// An empty pattern is never found; the backward searches include a match
+// ending at the last character.
+TEST(CharTraits, ForwardAndBackwardSearches) {
     char const* text = "abc";
     EXPECT_EQ(narrow::find(text, 3, "", 0), nullptr);
     EXPECT_EQ(narrow::find(text, 0, "", 0), nullptr);
@@ -78,9 +84,6 @@ TEST(CharTraits, AnEmptyPatternIsNeverFound) {
     EXPECT_EQ(narrow::ifind(text, 3, "", 0), nullptr);
     EXPECT_EQ(narrow::irfind(text, 0, "", 0), nullptr);
     EXPECT_EQ(narrow::find(text, 2, "abc", 3), nullptr) << "pattern longer than text";
-}
-
-TEST(CharTraits, ForwardAndBackwardSearches) {
     char const* t = "abcabcab";
     EXPECT_EQ(narrow::find(t, 8, "cab", 3), t + 2);
     EXPECT_EQ(narrow::rfind(t, 8, "cab", 3), t + 5);
@@ -105,13 +108,6 @@ TEST(CharTraits, ForwardAndBackwardSearches) {
     wtext w("abcabcab");
     EXPECT_EQ(wide::find(w, 8, wtext("cab"), 3), w.c + 2);
     EXPECT_EQ(wide::irfind(w, 8, wtext("CAB"), 3), w.c + 5);
-}
-
-TEST(CharTraits, WhitespaceIsTheSixCharacters) {
-    for (char c : {' ', '\n', '\t', '\r', '\v', '\f'})
-        EXPECT_TRUE(narrow::is_whitespace(c)) << int(c);
-    EXPECT_FALSE(narrow::is_whitespace('x'));
-    EXPECT_FALSE(narrow::is_whitespace('\0'));
 }
 
 } // namespace

@@ -70,75 +70,69 @@ std::string narrow(unsigned short const* w) {
     return s;
 }
 
-TEST(FormatInteger, SignsAndPrefixes) {
-    EXPECT_EQ(format_int(-255, 10, 0, 0), "-255");
-    EXPECT_EQ(format_int(-255, 16, 0, 0), "ffffffffffffff01") << "no sign outside radix 10";
-    EXPECT_EQ(format_int(std::numeric_limits<std::int64_t>::min(), 10, 0, 0),
-              "-9223372036854775808");
-    EXPECT_EQ(format_int(255, 10, 0, ios_flags::showpos), "+255");
-    EXPECT_EQ(format_int(255, 16, 0, ios_flags::showbase | ios_flags::uppercase), "0xFF");
-    EXPECT_EQ(format_int(255, 8, 0, ios_flags::showbase), "0377");
-    EXPECT_EQ(format_int(0, 8, 0, ios_flags::showbase), "0") << "no octal prefix for 0";
-    EXPECT_EQ(format_int(5, 2, 0, ios_flags::showbase), "0b101");
-    EXPECT_EQ(format_int(35, 36, 0, ios_flags::showbase), "z");
-    EXPECT_EQ(format_int(1295, 36, 0, ios_flags::uppercase), "ZZ");
+// One row per call: value, radix (0 takes it from the flags), width, flags,
+// the text, and the sink calls when they matter (fill calls of count 0 too).
+TEST(FormatInteger, SignsPrefixesRadixAndOrders) {
+    long const base = ios_flags::showbase, up = ios_flags::uppercase, in = ios_flags::internal,
+               left = ios_flags::left, right = ios_flags::right;
+    struct {
+        std::int64_t v;
+        unsigned radix, width;
+        long flags;
+        char const* text;
+        char const* calls = nullptr;
+    } const cases[] = {
+        {-255, 10, 0, 0, "-255"}, {-255, 16, 0, 0, "ffffffffffffff01"},  // no sign outside radix 10
+        {std::numeric_limits<std::int64_t>::min(), 10, 0, 0, "-9223372036854775808"},
+        {255, 10, 0, ios_flags::showpos, "+255"}, {255, 16, 0, base | up, "0xFF"}, {255, 8, 0, base, "0377"},
+        {0, 8, 0, base, "0"},  // no octal prefix for 0
+        {5, 2, 0, base, "0b101"}, {35, 36, 0, base, "z"}, {1295, 36, 0, up, "ZZ"},
+        // the first of dec, hex, oct, bin in the flags
+        {255, 0, 0, 0, "255"}, {255, 0, 0, ios_flags::dec | ios_flags::hex, "255"},
+        {255, 0, 0, ios_flags::hex | ios_flags::oct, "ff"}, {255, 0, 0, ios_flags::oct | ios_flags::bin, "377"},
+        {5, 0, 0, ios_flags::bin, "101"},
+        // adjustment: right wins, then left, then internal; none means fill first
+        {255, 16, 8, base | in, "0x****ff", "tf4t"}, {255, 16, 8, base | left, "0xff****", "tf4"},
+        {255, 16, 8, base | right, "****0xff"}, {255, 16, 8, base, "****0xff"},
+        {255, 16, 8, base | right | left, "****0xff"}, {255, 16, 8, base | left | in, "0xff****"},
+        {-42, 10, 6, in, "-***42"}, {255, 8, 8, base | in, "****0377"},  // the octal zero clears internal
+        {255, 16, 2, base, "0xff", "f0t"},  // the fill sink is called with a count of 0
+    };
+    for (auto const& c : cases) {
+        std::string calls;
+        EXPECT_EQ(format_int(c.v, c.radix, c.width, c.flags, &calls), c.text) << c.v << " radix " << c.radix;
+        EXPECT_TRUE(!c.calls || calls == c.calls) << c.text << " made the calls " << calls;
+    }
     EXPECT_EQ(format_int(-1, 2, 0, 0), std::string(64, '1'));
-
     collector c;
-    zel::insert(collector::put, &c, collector::fill, &star, std::uint64_t{7}, 10, 0,
-                ios_flags::showpos);
+    zel::insert(collector::put, &c, collector::fill, &star, std::uint64_t{7}, 10, 0, ios_flags::showpos);
     EXPECT_EQ(c.text, "+7") << "the unsigned form takes showpos too";
     c = collector{};
     zel::insert(collector::put, &c, collector::fill, &star, ~std::uint64_t{0}, 10, 0, 0);
     EXPECT_EQ(c.text, "18446744073709551615");
 }
 
-TEST(FormatInteger, RadixFromFlags) {
-    EXPECT_EQ(format_int(255, 0, 0, 0), "255");
-    EXPECT_EQ(format_int(255, 0, 0, ios_flags::dec | ios_flags::hex), "255");
-    EXPECT_EQ(format_int(255, 0, 0, ios_flags::hex | ios_flags::oct), "ff");
-    EXPECT_EQ(format_int(255, 0, 0, ios_flags::oct | ios_flags::bin), "377");
-    EXPECT_EQ(format_int(5, 0, 0, ios_flags::bin), "101");
-}
-
-TEST(FormatInteger, OrdersWithWidthAndFill) {
-    long const base_hex = ios_flags::showbase;
-    std::string calls;
-    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::internal, &calls), "0x****ff");
-    EXPECT_EQ(calls, "tf4t");
-    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::left, &calls), "0xff****");
-    EXPECT_EQ(calls, "tf4");
-    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::right), "****0xff");
-    EXPECT_EQ(format_int(255, 16, 8, base_hex), "****0xff") << "no adjustment bit: fill first";
-    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::right | ios_flags::left), "****0xff")
-        << "right wins";
-    EXPECT_EQ(format_int(255, 16, 8, base_hex | ios_flags::left | ios_flags::internal), "0xff****")
-        << "left wins over internal";
-    EXPECT_EQ(format_int(-42, 10, 6, ios_flags::internal), "-***42");
-    EXPECT_EQ(format_int(255, 8, 8, ios_flags::showbase | ios_flags::internal), "****0377")
-        << "the octal zero clears internal";
-    EXPECT_EQ(format_int(255, 16, 2, base_hex, &calls), "0xff");
-    EXPECT_EQ(calls, "f0t") << "the fill sink is called with a count of 0";
-}
-
+// Missing sinks and a radix outside 2..36 write nothing and set EINVAL.
 TEST(FormatInteger, RefusedArguments) {
     collector c;
-    for (unsigned radix : {1u, 37u}) {
-        EXPECT_EQ(zel::insert(collector::put, &c, collector::fill, &star, std::int64_t{1}, radix,
-                              5, 0),
-                  0u);
+    std::function<unsigned()> const refused[] = {
+        [&] { return zel::insert(collector::put, &c, collector::fill, &star, std::int64_t{1}, 1, 5, 0); },
+        [&] { return zel::insert(collector::put, &c, collector::fill, &star, std::int64_t{1}, 37, 5, 0); },
+        [&] { return zel::insert(nullptr, &c, collector::fill, &star, std::int64_t{1}, 10, 5, 0); },
+        [&] { return zel::insert(collector::put, &c, nullptr, &star, std::int64_t{1}, 10, 5, 0); },
+        [&] { return zel::insert(collector::put, &c, nullptr, &star, 1.0, 5, 6, 0, '.'); },
+    };
+    for (auto const& f : refused) {
+        errno = 0;
+        EXPECT_EQ(f(), 0u);
         EXPECT_EQ(errno, EINVAL);
     }
-    EXPECT_EQ(zel::insert(nullptr, &c, collector::fill, &star, std::int64_t{1}, 10, 5, 0), 0u);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(zel::insert(collector::put, &c, nullptr, &star, std::int64_t{1}, 10, 5, 0), 0u);
-    EXPECT_EQ(errno, EINVAL);
     EXPECT_EQ(c.calls, "");
     format_int(1, 10, 0, 0);
     EXPECT_EQ(errno, 0);
 }
 
-TEST(FormatIntegerText, CharacterArrayForms) {
+TEST(FormatText, CharacterArrayForms) {
     char b[72];
     EXPECT_STREQ(zel::ltoa(-255, b, 16, false, false), "ffffffffffffff01");
     EXPECT_STREQ(zel::ltoa(-255, b, 10, false, false), "-255");
@@ -162,47 +156,6 @@ TEST(FormatIntegerText, CharacterArrayForms) {
     EXPECT_EQ(narrow(zel::qtow(-7, w, 0, false, true)), "-7");
     EXPECT_EQ(narrow(zel::uqtow(0, w, 16, false, true)), "0x0");
     EXPECT_EQ(zel::uqtow(1, nullptr, 10, false, false), nullptr);
-}
-
-TEST(FormatFloating, FormatFromFlags) {
-    EXPECT_EQ(format_float(0.5L, 0, 6, 0), "0.5");
-    EXPECT_EQ(format_float(0.5L, 0, 6, ios_flags::showpoint), "0.500000");
-    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::fixed | ios_flags::showpos), "+1234.50");
-    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::scientific | ios_flags::uppercase),
-              "1.23E+03");
-    EXPECT_EQ(format_float(1234.5L, 0, 2, ios_flags::fixed | ios_flags::scientific), "1.23e+03");
-    EXPECT_EQ(format_float(1e20L, 0, 3, ios_flags::uppercase), "1E+20");
-    EXPECT_EQ(format_float(0.1L, 0, 1000, ios_flags::fixed).size(), 55u)
-        << "precision capped at 53";
-
-    // Every digit of the largest long double is written.
-    char expected[LDBL_MAX_10_EXP + 64];
-    int const n = std::snprintf(expected, sizeof expected, "%.53Lf", LDBL_MAX);
-    EXPECT_EQ(format_float(LDBL_MAX, 0, 53, ios_flags::fixed), std::string(expected, n));
-}
-
-TEST(FormatFloating, PointAndOrders) {
-    EXPECT_EQ(format_float(-1.5L, 0, 6, 0, ','), "-1,5");
-    EXPECT_EQ(format_float(2.0L, 0, 6, 0, ','), "2") << "no point to replace";
-    EXPECT_EQ(format_float(1.5L, 0, 6, 0, '\0'), "1.5");
-    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::internal), "-***1.5");
-    EXPECT_EQ(format_float(1.5L, 7, 6, ios_flags::internal | ios_flags::showpos), "+***1.5");
-    EXPECT_EQ(format_float(1.5L, 7, 6, ios_flags::internal), "****1.5");
-    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::internal | ios_flags::right), "***-1.5");
-    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::left), "-1.5***");
-    EXPECT_EQ(format_float(-1.5L, 7, 6, ios_flags::left | ios_flags::right), "-1.5***")
-        << "left wins here, unlike the integer engine";
-    EXPECT_EQ(format_float(-1.5L, 7, 6, 0), "***-1.5");
-    EXPECT_EQ(format_float(-1.5L, 2, 6, 0), "-1.5");
-
-    collector c;
-    EXPECT_EQ(zel::insert(collector::put, &c, nullptr, &star, 1.0, 5, 6, 0, '.'), 0u);
-    EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(c.calls, "");
-}
-
-TEST(FormatFloatingText, CharacterArrayForms) {
-    char b[72];
     EXPECT_STREQ(zel::dtoa(0.5, b, 0, false, false), "0.5");
     EXPECT_STREQ(zel::dtoa(0.5, b, 0, false, true), "0.500000");
     EXPECT_STREQ(zel::dtoa(1e-20, b, 3, true, false), "1E-20");
@@ -210,11 +163,39 @@ TEST(FormatFloatingText, CharacterArrayForms) {
                  "0.33333333333333331482961625624739099293947219848632812");
     EXPECT_STREQ(zel::ldtoa(0.25L, b, 2, false, true), "0.25");
     EXPECT_EQ(zel::dtoa(1, nullptr, 6, false, false), nullptr);
-
-    unsigned short w[72];
     EXPECT_EQ(narrow(zel::dtow(-2.5e-7, w, 0, true, false)), "-2.5E-07");
     EXPECT_EQ(narrow(zel::ldtow(100.0L, w, 0, false, true)), "100.000");
     EXPECT_EQ(zel::ldtow(1, nullptr, 6, false, false), nullptr);
+}
+
+// One row per call: value, width, precision, flags, decimal point, text.
+TEST(FormatFloating, FormatPointAndOrders) {
+    long const fixed = ios_flags::fixed, sci = ios_flags::scientific, up = ios_flags::uppercase,
+               in = ios_flags::internal, left = ios_flags::left;
+    struct {
+        long double v;
+        unsigned width, precision;
+        long flags;
+        char point;
+        char const* text;
+    } const cases[] = {
+        {0.5L, 0, 6, 0, '.', "0.5"}, {0.5L, 0, 6, ios_flags::showpoint, '.', "0.500000"},
+        {1234.5L, 0, 2, fixed | ios_flags::showpos, '.', "+1234.50"}, {1234.5L, 0, 2, sci | up, '.', "1.23E+03"},
+        {1234.5L, 0, 2, fixed | sci, '.', "1.23e+03"}, {1e20L, 0, 3, up, '.', "1E+20"},
+        {-1.5L, 0, 6, 0, ',', "-1,5"}, {2.0L, 0, 6, 0, ',', "2"}, {1.5L, 0, 6, 0, '\0', "1.5"},
+        {-1.5L, 7, 6, in, '.', "-***1.5"}, {1.5L, 7, 6, in | ios_flags::showpos, '.', "+***1.5"},
+        {1.5L, 7, 6, in, '.', "****1.5"}, {-1.5L, 7, 6, in | ios_flags::right, '.', "***-1.5"},
+        {-1.5L, 7, 6, left, '.', "-1.5***"},
+        {-1.5L, 7, 6, left | ios_flags::right, '.', "-1.5***"},  // left wins here, unlike the integer engine
+        {-1.5L, 7, 6, 0, '.', "***-1.5"}, {-1.5L, 2, 6, 0, '.', "-1.5"},
+    };
+    for (auto const& c : cases)
+        EXPECT_EQ(format_float(c.v, c.width, c.precision, c.flags, c.point), c.text) << c.text;
+    EXPECT_EQ(format_float(0.1L, 0, 1000, fixed).size(), 55u) << "precision capped at 53";
+    // Every digit of the largest long double is written.
+    char expected[LDBL_MAX_10_EXP + 64];
+    int const n = std::snprintf(expected, sizeof expected, "%.53Lf", LDBL_MAX);
+    EXPECT_EQ(format_float(LDBL_MAX, 0, 53, fixed), std::string(expected, n));
 }
 
 // Only the integer engine clears errno: the floating forms leave it alone.

@@ -464,10 +464,7 @@ TEST(String, StripTrimCaseAndTabs) {
 
 TEST(String, IteratorsHashAndFiles) {
     string s("abc");
-    std::string seen;
-    for (char c : s)
-        seen += c;
-    EXPECT_EQ(seen, "abc");
+    EXPECT_EQ(std::string(s.begin(), s.end()), "abc");
     string t = s;
     for (char& c : t)
         c = char(c - 32);
@@ -590,10 +587,6 @@ TEST(StringThreads, SharedCountsStayExactUnderConcurrentCopies) {
     EXPECT_FALSE(mismatch);
     EXPECT_EQ(e->refs(), 1) << "only the original is left";
 }
-
-} // namespace
-
-namespace {
 
 // The character forms truncate at a null character instead of storing it,
 // in the inline fast path of += as in the engine.
