@@ -224,36 +224,6 @@ void run_file_beside_model(unsigned seed) {
 TEST(Filebuf, BesideAModelNarrow) { run_file_beside_model<char>(20261123); }
 TEST(Filebuf, BesideAModelWide) { run_file_beside_model<unsigned short>(17); }
 
-// The wide file buffer converts with the descriptors of the locale it is
-// given: one character, one or two bytes.
-TEST(Filebuf, WideThroughNamedLocales) {
-    struct row {
-        char const* name;
-        std::string bytes;
-    };
-    for (row const& r : {row{"de_DE.UTF-8", "\xC3\xA9x\xE2\x82\xAC"}, row{"de_DE.ISO-8859-1", "\xE9x"}}) {
-        ZEL_REQUIRE_TEST_LOCALE(r.name);
-        zel::locale const loc(r.name);
-        bool const utf8 = r.bytes.size() > 3;
-        scratch f("wide");
-        zel::wfilebuf out;
-        out.pubimbue(loc);
-        ASSERT_EQ(out.open(f.name(), ios_base::out), &out);
-        out.sputc(0xE9);
-        out.sputc('x');
-        if (utf8)
-            out.sputc(0x20AC);
-        EXPECT_EQ(out.close(), &out);
-        EXPECT_EQ(f.read(), r.bytes) << r.name;
-        zel::wfilebuf in;
-        in.pubimbue(loc);
-        in.open(f.name(), ios_base::in);
-        EXPECT_EQ(in.sbumpc(), 0xE9);
-        EXPECT_EQ(in.sbumpc(), 'x');
-        EXPECT_EQ(in.sbumpc(), utf8 ? 0x20AC : 0xFFFF);
-    }
-}
-
 TYPED_TEST(buffer_types, StringReadWriteAndStr) {
     using C = TypeParam;
     using sb = zel::basic_stringbuf<C>;
