@@ -186,22 +186,12 @@ TEST(LocaleCtype, AnswersFromTheTables) {
 // ---- number facets ----------------------------------------------------------
 
 template <class C>
-struct buffers;
-template <>
-struct buffers<char> {
-    using sbuf = zel::stringbuf;
-    using put = zel::num_put<char, zel::obuf_iterator>;
-    using get = zel::num_get<char, zel::ibuf_iterator>;
-    using out_it = zel::obuf_iterator;
-    using in_it = zel::ibuf_iterator;
-};
-template <>
-struct buffers<unsigned short> {
-    using sbuf = zel::wstringbuf;
-    using put = zel::num_put<unsigned short, zel::wobuf_iterator>;
-    using get = zel::num_get<unsigned short, zel::wibuf_iterator>;
-    using out_it = zel::wobuf_iterator;
-    using in_it = zel::wibuf_iterator;
+struct buffers {
+    using sbuf = zel::basic_stringbuf<C>;
+    using out_it = zel::basic_obuf_iterator<C>;
+    using in_it = zel::basic_ibuf_iterator<C>;
+    using put = zel::num_put<C, out_it>;
+    using get = zel::num_get<C, in_it>;
 };
 
 template <class C>
