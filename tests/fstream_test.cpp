@@ -141,14 +141,12 @@ TEST(FstreamWide, ThroughUtf8AndIso8859_1) {
     wide_round_trip("de_DE.UTF-8", zel::wstring(u"gr\u00fc\u00df \u20ac"),
                     "gr\xc3\xbc\xc3\x9f \xe2\x82\xac");
     wide_round_trip("de_DE.ISO-8859-1", zel::wstring(u"gr\u00fc\u00df"), "gr\xfc\xdf");
-}
-
-TEST(FstreamWide, ACharacterTheLocaleCannotWriteIsABadWrite) {
-    ZEL_REQUIRE_TEST_LOCALE("de_DE.ISO-8859-1");
-    zel::locale const loc("de_DE.ISO-8859-1");
+    if (!zel_test::have_test_locale("de_DE.ISO-8859-1"))
+        return;  // skipped above, with the reason
+    // A character the locale cannot write is a bad write.
     scratch file("euro");
     zel::wofstream os;
-    os.imbue(loc);
+    os.imbue(zel::locale("de_DE.ISO-8859-1"));
     os.open(file.name(), ios_base::out);
     os << zel::wstring(u"\u20ac") << zel::flush;
     EXPECT_TRUE(os.bad());
