@@ -29,17 +29,14 @@ TEST(Fstream, EveryOpenMode) {
         bool opens;
         char const* read;   // the first word read, null when the mode cannot read
         char const* after;  // the file after writing "NEW" (null: nothing written)
-    } const rows[] = {  // each mode that opens, also with binary
-        {in, true, "oldtext", nullptr},
+    } const rows[] = {  // the stream's view; the buffer tests run every mode through xfopen
+        {in, true, "oldtext", nullptr},  // each mode that opens, also with binary
         {out, true, nullptr, "NEW"},
         {out | app, true, nullptr, "oldtext\nNEW"},
-        {out | trunc, true, nullptr, "NEW"},
         {in | out, true, "oldtext", "NEWtext\n"},
         {in | out | trunc, true, "", "NEW"},
         {in | ate, false, nullptr, nullptr},
-        {out | ate, false, nullptr, nullptr},
         {in | out | app, false, nullptr, nullptr},
-        {app, false, nullptr, nullptr},
         {0, false, nullptr, nullptr},
     };
     for (row const& r : rows)
@@ -144,14 +141,12 @@ TEST(FstreamWide, ThroughUtf8AndIso8859_1) {
     wide_round_trip("de_DE.UTF-8", zel::wstring(u"gr\u00fc\u00df \u20ac"),
                     "gr\xc3\xbc\xc3\x9f \xe2\x82\xac");
     wide_round_trip("de_DE.ISO-8859-1", zel::wstring(u"gr\u00fc\u00df"), "gr\xfc\xdf");
-}
-
-TEST(FstreamWide, ACharacterTheLocaleCannotWriteIsABadWrite) {
-    ZEL_REQUIRE_TEST_LOCALE("de_DE.ISO-8859-1");
-    zel::locale const loc("de_DE.ISO-8859-1");
+    if (!zel_test::have_test_locale("de_DE.ISO-8859-1"))
+        return;  // skipped above, with the reason
+    // A character the locale cannot write is a bad write.
     scratch file("euro");
     zel::wofstream os;
-    os.imbue(loc);
+    os.imbue(zel::locale("de_DE.ISO-8859-1"));
     os.open(file.name(), ios_base::out);
     os << zel::wstring(u"\u20ac") << zel::flush;
     EXPECT_TRUE(os.bad());

@@ -3,7 +3,8 @@
 // the descriptor's tables for both character types, numpunct, and the
 // number facets: a seeded round-trip run over every type code, radix and
 // flag set in two locales and both character types, the documented edge
-// cases, and two threads formatting in different locales at once.
+// cases, and two threads formatting numbers and converting characters in
+// different locales at once.
 #include <zel/locale.h>
 
 #include <zel/ios.h>
@@ -186,30 +187,20 @@ TEST(LocaleCtype, AnswersFromTheTables) {
 // ---- number facets ----------------------------------------------------------
 
 template <class C>
-struct buffers;
-template <>
-struct buffers<char> {
-    using sbuf = zel::stringbuf;
-    using put = zel::num_put<char, zel::obuf_iterator>;
-    using get = zel::num_get<char, zel::ibuf_iterator>;
-    using out_it = zel::obuf_iterator;
-    using in_it = zel::ibuf_iterator;
-};
-template <>
-struct buffers<unsigned short> {
-    using sbuf = zel::wstringbuf;
-    using put = zel::num_put<unsigned short, zel::wobuf_iterator>;
-    using get = zel::num_get<unsigned short, zel::wibuf_iterator>;
-    using out_it = zel::wobuf_iterator;
-    using in_it = zel::wibuf_iterator;
+struct buffers {
+    using sbuf = zel::basic_stringbuf<C>;
+    using out_it = zel::basic_obuf_iterator<C>;
+    using in_it = zel::basic_ibuf_iterator<C>;
+    using put = zel::num_put<C, out_it>;
+    using get = zel::num_get<C, in_it>;
 };
 
 template <class C>
-std::string write(ios_base& io, num_base::num_type code, void const* value, C fill = ' ') {
+std::string write(ios_base& io, num_base::num_type code, void const* value) {
     typename buffers<C>::sbuf sb;
     typename buffers<C>::out_it it(&sb);
     auto const& np = zel::use_facet<typename buffers<C>::put>(io.getloc());
-    it = np.put(it, io, fill, code, value);
+    it = np.put(it, io, C(' '), code, value);
     EXPECT_FALSE(it.failed());
     auto const s = sb.str();
     std::string out;
@@ -401,60 +392,59 @@ TEST(LocaleNumbers, DocumentedCases) {
     void* back = nullptr;
     EXPECT_EQ(read<char>(io, buf, num_base::t_pointer, &back), ios_base::eofbit);
     EXPECT_EQ(back, p);
-
-    bool const yes = true, no = false;
-    io.flags(ios_base::boolalpha | ios_base::right);
-    io.width(6);
-    EXPECT_EQ(write<char>(io, num_base::t_bool, &yes, '*'), "**true");
-    io.flags(ios_base::boolalpha | ios_base::left);
-    EXPECT_EQ(write<char>(io, num_base::t_bool, &no, '*'), "false*");
-    io.width(0);
-    io.flags(ios_base::dec);
-    EXPECT_EQ(write<char>(io, num_base::t_bool, &yes), "1");
 }
 
-TEST(LocaleNumbers, DecimalPointFollowsTheLocale) {
-    ZEL_REQUIRE_TEST_LOCALE(latin1);
-    ios_base io;
-    io.imbue(locale(latin1));
-    double const v = 2.5;
-    EXPECT_EQ(write<char>(io, num_base::t_double, &v), "2,5");
-    EXPECT_EQ(write<unsigned short>(io, num_base::t_double, &v), "2,5");
-    double back = 0;
-    unsigned left = 0;
-    EXPECT_EQ(read<char>(io, "3,25.5", num_base::t_double, &back, &left), 0);
-    EXPECT_EQ(back, 3.25);
-    EXPECT_EQ(left, 2u);
-    // Only the numeric facets decide: a locale with German ctype and C
-    // numbers writes ".".
-    io.imbue(locale(locale::classic(), locale(latin1), locale::ctype));
-    EXPECT_EQ(write<char>(io, num_base::t_double, &v), "2.5");
-}
-
-// Two threads format and read in different locales while the main thread
-// switches the process locale; each gets its own locale's text.
+// The decimal point follows the numeric facets; two threads format and read
+// numbers and convert a character to bytes and back in different locales
+// while the main thread switches the process locale, and each gets its own
+// locale's text and bytes.
 TEST(LocaleNumbers, ThreadsWithDifferentLocales) {
     ZEL_REQUIRE_TEST_LOCALE(latin1);
+    ZEL_REQUIRE_TEST_LOCALE("de_DE.UTF-8");
     locale const de(latin1);
-    auto worker = [](locale const* loc, char const* expected, bool* ok) {
+    {
+        ios_base io;
+        io.imbue(de);
+        double const v = 2.5;
+        EXPECT_EQ(write<unsigned short>(io, num_base::t_double, &v), "2,5");
+        double back = 0;
+        unsigned left = 0;
+        EXPECT_EQ(read<char>(io, "3,25.5", num_base::t_double, &back, &left), 0);
+        EXPECT_EQ(back, 3.25);
+        EXPECT_EQ(left, 2u);
+        io.imbue(locale(locale::classic(), de, locale::ctype));  // German ctype, C numbers
+        EXPECT_EQ(write<char>(io, num_base::t_double, &v), "2.5");
+    }
+    using descriptor = zel::locale_descriptor const*;
+    auto worker = [](locale const* loc, descriptor d, char const* number, std::string bytes, bool* ok) {
         ios_base io;
         io.imbue(*loc);
         *ok = true;
-        for (int i = 0; i < 300 && *ok; ++i) {
+        for (int i = 0; i < 200 && *ok; ++i) {
             double const v = 1.5;
             double back = 0;
-            *ok = write<char>(io, num_base::t_double, &v) == expected &&
-                  read<char>(io, expected, num_base::t_double, &back) == ios_base::eofbit &&
-                  back == 1.5;
+            *ok = write<char>(io, num_base::t_double, &v) == number &&
+                  read<char>(io, number, num_base::t_double, &back) == ios_base::eofbit && back == 1.5;
+            std::FILE* f = std::tmpfile();
+            *ok = *ok && f != nullptr && zel::xputc(static_cast<unsigned short>(0xE9), f, d);
+            if (f != nullptr) {
+                char got[4] = {};
+                unsigned short c = 0;
+                std::rewind(f);
+                *ok = *ok && std::fread(got, 1, 3, f) == bytes.size() && got == bytes;
+                std::rewind(f);
+                *ok = *ok && zel::xgetc(c, f, d) && c == 0xE9;
+                std::fclose(f);
+            }
         }
     };
+    descriptor const ger = ldx_manager::install(latin1, 0), utf8 = ldx_manager::install("de_DE.UTF-8", 0);
     bool ok1 = false, ok2 = false;
-    std::thread t1(worker, &de, "1,5", &ok1);
-    std::thread t2(worker, &locale::classic(), "1.5", &ok2);
-    zel::locale_descriptor const* before = ldx_manager::current();
-    zel::locale_descriptor const* ger = ldx_manager::install(latin1, 0);
-    for (int i = 0; i < 50; ++i)
-        ldx_manager::current(i % 2 != 0 ? ger : ldx_manager::C());
+    std::thread t1(worker, &de, ger, "1,5", "\xE9", &ok1);
+    std::thread t2(worker, &locale::classic(), utf8, "1.5", "\xC3\xA9", &ok2);
+    descriptor const before = ldx_manager::current();
+    for (int i = 0; i < 60; ++i)
+        ldx_manager::current(i % 3 == 0 ? ger : i % 3 == 1 ? utf8 : ldx_manager::C());
     ldx_manager::current(before);
     t1.join();
     t2.join();

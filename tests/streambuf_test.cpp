@@ -224,34 +224,13 @@ void run_file_beside_model(unsigned seed) {
 TEST(Filebuf, BesideAModelNarrow) { run_file_beside_model<char>(20261123); }
 TEST(Filebuf, BesideAModelWide) { run_file_beside_model<unsigned short>(17); }
 
-// The wide file buffer converts with the descriptors of the locale it is
-// given: one character, one or two bytes.
-TEST(Filebuf, WideThroughNamedLocales) {
-    struct row {
-        char const* name;
-        std::string bytes;
-    };
-    for (row const& r : {row{"de_DE.UTF-8", "\xC3\xA9x\xE2\x82\xAC"}, row{"de_DE.ISO-8859-1", "\xE9x"}}) {
-        ZEL_REQUIRE_TEST_LOCALE(r.name);
-        zel::locale const loc(r.name);
-        bool const utf8 = r.bytes.size() > 3;
-        scratch f("wide");
-        zel::wfilebuf out;
-        out.pubimbue(loc);
-        ASSERT_EQ(out.open(f.name(), ios_base::out), &out);
-        out.sputc(0xE9);
-        out.sputc('x');
-        if (utf8)
-            out.sputc(0x20AC);
-        EXPECT_EQ(out.close(), &out);
-        EXPECT_EQ(f.read(), r.bytes) << r.name;
-        zel::wfilebuf in;
-        in.pubimbue(loc);
-        in.open(f.name(), ios_base::in);
-        EXPECT_EQ(in.sbumpc(), 0xE9);
-        EXPECT_EQ(in.sbumpc(), 'x');
-        EXPECT_EQ(in.sbumpc(), utf8 ? 0x20AC : 0xFFFF);
-    }
+// What is left to read, as narrow text (at most 200 characters).
+template <class C>
+std::string drain(zel::basic_streambuf<C>& b) {
+    std::string s;
+    for (int c; s.size() < 200 && (c = b.sbumpc()) != zel::basic_streambuf<C>::eof();)
+        s += char(c);
+    return s;
 }
 
 TYPED_TEST(buffer_types, StringReadWriteAndStr) {
@@ -261,18 +240,13 @@ TYPED_TEST(buffer_types, StringReadWriteAndStr) {
     int const eof = zel::basic_streambuf<C>::eof();
     {
         sb io(text<str>("abc"), ios_base::in | ios_base::out);
-        EXPECT_EQ(io.sbumpc(), 'a');
-        EXPECT_EQ(io.sbumpc(), 'b');
-        EXPECT_EQ(io.sbumpc(), 'c');
-        EXPECT_EQ(io.sbumpc(), eof);
+        EXPECT_EQ(drain(io), "abc");
         EXPECT_TRUE(io.str() == str());  // nothing written yet
     }
     {
         sb io(text<str>("abc"), ios_base::in | ios_base::out);
         EXPECT_EQ(io.sputc(C('Z')), 'Z');  // overwrites from the start
-        EXPECT_EQ(io.sbumpc(), 'Z');
-        EXPECT_EQ(io.sbumpc(), 'b');
-        EXPECT_EQ(io.sbumpc(), 'c');
+        EXPECT_EQ(drain(io), "Zbc");
         EXPECT_TRUE(io.str() == text<str>("Z"));
     }
     {
@@ -287,13 +261,11 @@ TYPED_TEST(buffer_types, StringReadWriteAndStr) {
         EXPECT_EQ(out_only.sputn(he, 2), 2);
         EXPECT_TRUE(out_only.str() == text<str>("HE"));
     }
-    {
-        // The buffer keeps a private copy: the source string is not touched.
-        str const source = text<str>("xyz");
-        sb io(source, ios_base::in | ios_base::out);
-        io.sputc(C('Q'));
-        EXPECT_TRUE(source == text<str>("xyz"));
-    }
+    // The buffer keeps a private copy: the source string is not touched.
+    str const source = text<str>("xyz");
+    sb io(source, ios_base::in | ios_base::out);
+    io.sputc(C('Q'));
+    EXPECT_TRUE(source == text<str>("xyz"));
 }
 
 // 32 written and one more: the string holds 64 (33 written, 31 free).
@@ -319,17 +291,11 @@ TYPED_TEST(buffer_types, StringGrowth) {
         }
     }
     EXPECT_EQ(b.room(), 128);
-    str const got = b.str();
-    ASSERT_EQ(got.size(), 100u);
-    for (unsigned i = 0; i < 100; ++i)
-        EXPECT_EQ(got[i], C(model[i]));
+    EXPECT_TRUE(b.str() == text<str>(model.c_str()));
     // The rest of the put area is blanks, and the area ends there.
     EXPECT_EQ(b.pubseekoff(0, ios_base::end, ios_base::out), 128);
     EXPECT_EQ(b.pubseekoff(1, ios_base::end, ios_base::out), -1);
-    str const padded = b.str();
-    ASSERT_EQ(padded.size(), 128u);
-    for (unsigned i = 100; i < 128; ++i)
-        EXPECT_EQ(padded[i], C(' '));
+    EXPECT_TRUE(b.str() == text<str>((model + std::string(28, ' ')).c_str()));
     // A wide 0xFFFF meeting a full area reads as end of file.
     if constexpr (sizeof(C) == 2) {
         probe w(text<str>("ab"), ios_base::out);
@@ -341,10 +307,7 @@ TYPED_TEST(buffer_types, StringGrowth) {
     // Written characters become readable.
     sb io(ios_base::in | ios_base::out);
     io.sputn(C('k'), 40);
-    long n = 0;
-    while (io.sbumpc() == 'k')
-        ++n;
-    EXPECT_EQ(n, 40);
+    EXPECT_EQ(drain(io), std::string(40, 'k'));
 }
 
 TYPED_TEST(buffer_types, StringSeeks) {
