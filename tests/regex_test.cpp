@@ -191,6 +191,9 @@ TEST(RegexMatch, SpansOfSearchAndCompare) {
         {"a*/b", "aaab", exact, {0, 3}}, {"(a+)b\\0", "aabaa", exact, {0, 5}},
         {"(a+)b\\0", "aaba", exact, {1, 3}},
         {"(a\\0)", "aa", exact, none},  // an open group has captured nothing yet
+        // the longer span's trail comes second, and what follows it was seen
+        // after the first
+        {"(a|ab)/b*c", "abbc", exact, {0, 2}}, {"(a|ab)/(b|c)*c", "xabbc", exact, {1, 2}},
         // rsearch counts from the end of the previous match; the empty
         // match at the end is not taken
         {"ab", "abxab", reversed, {1, 2}}, {"ab", "xxab", reversed, {2, 2}}, {"ab", "xx", reversed, none},
@@ -234,6 +237,8 @@ TEST(RegexMatch, CapturesOfTheFirstPathAndRepeatsAfterAnEmptyRepetition) {
         {"(a?|b){2,3}", "b", {0, 1}, {{0, 1}}},
         {"x((c?)|(d?)){1,1}\\1\\2y", "xy", none, {}},  // at the maximum: no more
         {"(c?|b){1,}", "b", {0, 1}, {{1, 0}}},  // unbounded: b, then one empty repetition
+        // trailing context: the captures of the first path to the longest span
+        {"(a|ab)/b*(c)", "abbc", {0, 2}, {{0, 2}, {3, 1}}},
     };
     for (auto const& c : cases) {
         zel::regex re(c.pattern);
@@ -309,6 +314,7 @@ TEST(WideRegex, AlphabetClassesAndSubjects) {
 struct generator {
     std::mt19937 rng;
     bool inner_anchors = false;  // a last branch anchored at its start
+    bool inner_trails = false;   // trailing context inside groups, repeated or not
     char const* units = "abcab\n";
     explicit generator(unsigned seed) : rng(seed) {}
     unsigned pick(unsigned n) { return rng() % n; }
@@ -321,7 +327,8 @@ struct generator {
         case 3: return "b";
         case 4: return "c";
         case 5: return "a";
-        default: return "(" + alternatives(depth - 1) + ")";
+        default:
+            return "(" + alternatives(depth - 1) + (inner_trails && pick(3) == 0 ? "/" + branch(depth - 1) : "") + ")";
         }
     }
     std::string closed(int depth) {
@@ -423,11 +430,13 @@ void agree(zel::regex_base const& re, void const* s, unsigned unit, std::size_t 
 // trailing context), and the remembered exploration; anchors in any branch,
 // counted closures, both case modes, wide subjects with a unit above 255,
 // and long subjects (where the remembered exploration is the reference);
+// trail marks inside groups, repeated (passed more than once) or not;
 // rsearch's chain of searches the same.
 TEST(RegexDifferential, SearchPathsAgreeWithTheReference) {
     using zel::detail::re_path;
     generator g(77);
     g.inner_anchors = true;
+    g.inner_trails = true;
     g.units = "abcaAB\n\r";
     for (int i = 0; i < 1500; ++i) {
         std::string p = g.pattern();
@@ -436,6 +445,8 @@ TEST(RegexDifferential, SearchPathsAgreeWithTheReference) {
         else if (p.find('(') != std::string::npos && g.pick(8) == 0 && p.back() != '$')
             p += "\\0";
         zel::regex re(p.c_str());
+        if (re.status() == 21)
+            continue;  // past the state limit
         ASSERT_EQ(re.status(), 1u) << p;
         std::vector<unsigned short> wp(p.begin(), p.end());
         wp.push_back(0);
