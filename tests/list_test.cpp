@@ -323,29 +323,24 @@ TEST(ListEngine, SortMergesTheRunsFromTheLatest) {
 }
 
 TEST(ListEngine, FailingCopiesLeaveTheListWhole) {
+    using zel_test::throws_on_copy;
     no_leaks guard;
     probe<counted> l{"a", "b", "c"};
-    zel::list<counted> const more{"x", "y", "z"};
+    zel::list<counted> const more{"x", "y", "z"}, was{"a", "b", "c"};
     for (int fail_at = 0; fail_at < 3; ++fail_at) {
-        counted::copies_until_throw = fail_at;
-        EXPECT_THROW(l.insert(std::next(l.begin()), more.begin(), more.end()), std::runtime_error);
-        EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c"}));
-        counted::copies_until_throw = fail_at;
-        EXPECT_THROW(static_cast<zel::list<counted>&>(l) = more, std::runtime_error);
-        EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c"}));
-        counted::copies_until_throw = fail_at;
-        EXPECT_THROW(zel::list<counted> copy(more), std::runtime_error);
-        counted::copies_until_throw = fail_at;
-        EXPECT_THROW(l.raw().insert(l.begin().cursor(), more.begin().cursor(), more.end().cursor()),
-                     std::runtime_error);
-        counted::copies_until_throw = fail_at;
-        EXPECT_THROW(l.raw().assign(more.begin().cursor(), more.end().cursor()), std::runtime_error);
-        EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c"}));
+        EXPECT_TRUE(throws_on_copy(fail_at, [&] { l.insert(std::next(l.begin()), more.begin(), more.end()); }));
+        EXPECT_EQ(l, was);
+        EXPECT_TRUE(throws_on_copy(fail_at, [&] { static_cast<zel::list<counted>&>(l) = more; }));
+        EXPECT_EQ(l, was);
+        EXPECT_TRUE(throws_on_copy(fail_at, [&] { zel::list<counted> copy(more); }));
+        EXPECT_TRUE(throws_on_copy(
+            fail_at, [&] { l.raw().insert(l.begin().cursor(), more.begin().cursor(), more.end().cursor()); }));
+        EXPECT_TRUE(throws_on_copy(fail_at, [&] { l.raw().assign(more.begin().cursor(), more.end().cursor()); }));
+        EXPECT_EQ(l, was);
         l.check();
     }
     // New values are linked one by one: those made before a failure stay.
-    counted::copies_until_throw = 2;
-    EXPECT_THROW(l.insert(l.end(), 5, counted("n")), std::runtime_error);
+    EXPECT_TRUE(throws_on_copy(2, [&] { l.insert(l.end(), 5, counted("n")); }));
     EXPECT_EQ(l, (zel::list<counted>{"a", "b", "c", "n", "n"}));
     l.check();
 }
@@ -408,22 +403,21 @@ TEST(ListEngine, CursorMisuse) {
 
 TEST(ListEngine, CheckTexts) {
     char const* const file = "src/listbase.cpp";
+    auto const fault = [&](auto const& l, auto& field, auto bad, char const* text, int line) {
+        zel_test::expect_check_fault(l, field, bad, text, file, line);
+    };
     probe<int> l{1, 2, 3};
-    l.count_ = 4;
-    expect_container_error([&] { l.check(); }, "invalid element count", file, 295);
-    l.count_ = 3;
-    l.sentinel_.next->prev = l.sentinel_.prev;
-    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file, 286);
-    l.sentinel_.next->prev = l.sentinel();
-    l.sentinel_.prev->next = l.sentinel_.next;
-    expect_container_error([&] { l.check(); }, "bad connection to sentinel", file, 287);
-    l.sentinel_.prev->next = l.sentinel();
+    fault(l, l.count_, 4u, "invalid element count", 295);
+    fault(l, l.sentinel_.next->prev, l.sentinel_.prev, "bad connection to sentinel", 286);
+    fault(l, l.sentinel_.prev->next, l.sentinel_.next, "bad connection to sentinel", 287);
     l.pos(1);
-    l.cache_node_ = l.sentinel_.next;
-    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file, 307);
-    l.cache_index_ = engine::all;
-    expect_container_error([&] { l.check(); }, "corrupt cache pointer", file, 311);
+    fault(l, l.cache_node_, l.sentinel_.next, "corrupt cache pointer", 307);
+    fault(l, l.cache_index_, engine::all, "corrupt cache pointer", 311);
+    // A cache index must lie below the count: one naming the end (the
+    // sentinel, which a walk of count steps reaches) is corrupt too.
     l.cache_node_ = l.sentinel();
+    fault(l, l.cache_index_, 3u, "corrupt cache pointer", 307);
+    l.cache_index_ = engine::all;
     l.check();
 
     probe<int> e;
@@ -431,25 +425,10 @@ TEST(ListEngine, CheckTexts) {
     // A head that is null and a tail that links back: only the sentinel
     // itself tells.
     engine::list_node stray{e.sentinel(), e.sentinel()};
-    e.sentinel_.next = nullptr;
     e.sentinel_.prev = &stray;
-    expect_container_error([&] { e.check(); }, "invalid sentinel node", file, 316);
-    e.sentinel_.next = e.sentinel();
+    fault(e, e.sentinel_.next, nullptr, "invalid sentinel node", 316);
     expect_container_error([&] { e.check(); }, "invalid sentinel node", file, 317);
     e.sentinel_.prev = e.sentinel();
-}
-
-} // namespace
-
-namespace {
-
-// A cache index must lie below the count: one naming the end (the sentinel,
-// which a walk of count steps reaches) is corrupt too.
-TEST(ListEngine, CheckRefusesACacheAtTheEnd) {
-    probe<int> l{1, 2, 3};
-    l.cache_index_ = 3;
-    l.cache_node_ = l.sentinel();
-    expect_container_error([&] { l.check(); }, "corrupt cache pointer", "src/listbase.cpp", 307);
 }
 
 } // namespace

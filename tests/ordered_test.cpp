@@ -80,12 +80,7 @@ void run_beside_std(unsigned seed, int steps, Make make) {
         })
         .op("insert with a throwing copy", 1, [&] {
             auto v = element();
-            counted::copies_until_throw = 0;
-            try {
-                c.insert(v);
-            } catch (std::runtime_error const&) {
-            }
-            counted::copies_until_throw = -1;
+            zel_test::throws_on_copy(0, [&] { c.insert(v); });
         })
         .op("erase by key", 3, [&] {
             auto v = element();
@@ -130,13 +125,7 @@ void run_beside_std(unsigned seed, int steps, Make make) {
         })
         .op("copy with a throwing copy", 1, [&] {
             if (twin.empty()) return;
-            counted::copies_until_throw = int(run.pick(unsigned(twin.size())));
-            try {
-                Z other(c);
-                ADD_FAILURE() << "the copy did not throw";
-            } catch (std::runtime_error const&) {
-            }
-            counted::copies_until_throw = -1;
+            ASSERT_TRUE(zel_test::throws_on_copy(int(run.pick(unsigned(twin.size()))), [&] { Z other(c); }));
         })
         .op("clear", 1, [&] {
             if (run.chance(10)) {
@@ -322,21 +311,14 @@ TEST(OrderedContainers, CheckTexts) {
     node* const r = s.root_node();
     node* const leaf = static_cast<node*>(r->left);
     ASSERT_TRUE(r->is_black() && leaf->is_red());
-    node* const nil = s.nil_pointer;
-    nil->color = engine::red;
-    expect_container_error([&] { s.check(); }, "invalid nil node link color", file, 1251);
-    nil->color = engine::black;
-    leaf->color = engine::black;
-    expect_container_error([&] { s.check(); }, "invalid black link count", file, 1292);
-    leaf->color = engine::red;
-    r->color = engine::red;
-    expect_container_error([&] { s.check(); }, "invalid link colors, 2 reds in a row", file, 1302);
-    r->color = engine::black;
-    ++s.count_;
-    expect_container_error([&] { s.check(); }, "invalid element count", file, 1311);
-    s.count_ = 0;
-    expect_container_error([&] { s.check(); }, "invalid pointer", file, 1315);
-    s.count_ = 3;
+    auto const fault = [&](auto& field, auto bad, char const* text, int line) {
+        zel_test::expect_check_fault(s, field, bad, text, file, line);
+    };
+    fault(s.nil_pointer->color, engine::red, "invalid nil node link color", 1251);
+    fault(leaf->color, engine::black, "invalid black link count", 1292);
+    fault(r->color, engine::red, "invalid link colors, 2 reds in a row", 1302);
+    fault(s.count_, 4u, "invalid element count", 1311);
+    fault(s.count_, 0u, "invalid pointer", 1315);
     s.check();
 }
 
