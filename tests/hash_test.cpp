@@ -272,18 +272,6 @@ TEST(Hash, VisitsAndListAssignment) {
 // ---------------------------------------------------------------------------
 // Seeded runs beside the std twins.
 
-// Erases one element of the twin equal to v.
-template <class Twin, class V>
-void erase_one(Twin& twin, V const& v) {
-    auto r = twin.equal_range(key_of(v));
-    for (auto it = r.first; it != r.second; ++it)
-        if (*it == v) {
-            twin.erase(it);
-            return;
-        }
-    ADD_FAILURE() << "the twin has no such element";
-}
-
 template <class C>
 std::vector<typename C::value_type> values(typename C::const_iterator first,
                                            typename C::const_iterator last) {
@@ -297,87 +285,10 @@ void run_beside_std(unsigned seed, int steps, Make make) {
     Twin twin;
     zel_test::model_run run(seed);
     auto nth = [&](unsigned i) { return std::next(c.cbegin(), i); };
-    auto span = [&](unsigned& i, unsigned& j) {
-        i = run.pick(c.size() + 1);
-        j = i + run.pick(std::min(c.size() - i, 40u) + 1);
-    };
-    run.op("insert", 6, [&] {
-           auto const v = make(run);
-           auto const r = c.insert(v);
-           if constexpr (Multi) {
-               twin.insert(v);
-               ASSERT_EQ(*r, v);
-           } else {
-               ASSERT_EQ(r.second, twin.insert(v).second);
-               ASSERT_TRUE(key_of(*r.first) == key_of(v));
-           }
-       })
-        .op("insert with a failing copy", 1, [&] {
-            auto const v = make(run);
-            if (!zel_test::throws_on_copy(0, [&] { c.insert(v); }))
-                twin.insert(v);   // nothing was copied: the key was there
-        })
-        .op("erase a key", 3, [&] {
-            auto const k = key_of(make(run));
-            ASSERT_EQ(c.erase(k), twin.erase(k));
-        })
-        .op("erase at an iterator", 2, [&] {
-            if (c.empty())
-                return;
-            auto const it = nth(run.pick(c.size()));
-            auto const v = *it;
-            c.erase(it);
-            erase_one(twin, v);
-        })
-        .op("erase a range", 1, [&] {
-            unsigned i, j;
-            span(i, j);
-            auto const gone = values<C>(nth(i), nth(j));
-            c.erase(nth(i), nth(j));
-            for (auto const& v : gone)
-                erase_one(twin, v);
-        })
-        .op("look up", 3, [&] {
-            auto const k = key_of(make(run));
-            ASSERT_EQ(c.count(k), twin.count(k));
-            ASSERT_EQ(c.contains(k), twin.count(k) != 0);
-            auto const f = c.find(k);
-            ASSERT_EQ(f == c.end(), twin.find(k) == twin.end());
-            auto const r = c.equal_range(k);
-            ASSERT_EQ(unsigned(std::distance(r.first, r.second)), twin.count(k));
-        })
-        .op("copy and assign", 1, [&] {
-            P copy(c);
-            copy.check();
-            zel_test::expect_same_elements(copy, twin);
-            ASSERT_TRUE(copy == c);
-            if (!copy.empty()) {
-                copy.erase(copy.begin());
-                ASSERT_TRUE(copy != c);
-            }
-            P other;
-            for (unsigned n = run.pick(20); n; --n)
-                other.insert(make(run));
-            other = c;   // reuses other's nodes
-            other.check();
-            zel_test::expect_same_elements(other, twin);
-            c = std::move(other);
-            ASSERT_TRUE(other.empty());
-            other.check();
-        })
-        .op("copy and assign with a failing copy", 1, [&] {
-            bool const fails = !c.empty() && !std::is_same_v<std::decay_t<decltype(key_of(*c.begin()))>, int>;
-            ASSERT_EQ(zel_test::throws_on_copy(int(run.pick(c.size())), [&] { P copy(c); }), fails);
-            P t;
-            t.insert(make(run));
-            if (zel_test::throws_on_copy(int(run.pick(c.size() + 1)), [&] { t = c; })) {
-                t.check();   // keeps what was copied before the throw
-                ASSERT_LE(t.size(), c.size());
-            }
-        })
-        .op("assign a range of itself", 1, [&] {
-            unsigned i, j;
-            span(i, j);
+    zel_test::associative_ops(run, c, twin, [&] { return make(run); });
+    run.op("assign a range of itself", 1, [&] {
+            unsigned i = run.pick(c.size() + 1);
+            unsigned j = i + run.pick(std::min(c.size() - i, 40u) + 1);
             auto const kept = values<C>(nth(i), nth(j));
             c.raw().assign(c.at(i), c.at(j));
             twin = Twin(kept.begin(), kept.end());
