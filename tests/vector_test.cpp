@@ -44,31 +44,13 @@ void run_beside_std(unsigned seed, Make make) {
         unsigned const n = unsigned(twin.size());
         a = run.pick(n + 1), b = a + run.pick(std::min(n - a, most) + 1), at = run.pick(n + 1);
     };
-    run.op("push_back", 2, [&] { T e = x(); v.push_back(e); twin.push_back(e); })
-        .op("pop_back", 1, [&] { if (!twin.empty()) { v.pop_back(); twin.pop_back(); } })
-        .op("insert copies", 1, [&] {
-            draw(0);
-            unsigned k = run.pick(5);
-            T e = x();
-            v.insert(v.begin() + at, k, e);
-            twin.insert(twin.begin() + at, k, e);
-        })
+    zel_test::sequence_ops(run, v, twin, x);
+    run.op("pop_back", 1, [&] { if (!twin.empty()) { v.pop_back(); twin.pop_back(); } })
         .op("insert a range of our own", 1, [&] {
             draw(~0u);
             std::vector<T> src(twin.begin() + a, twin.begin() + b);
             v.insert(v.begin() + at, v.begin() + a, v.begin() + b);
             twin.insert(twin.begin() + at, src.begin(), src.end());
-        })
-        .op("erase a range", 1, [&] {
-            draw(8);
-            v.erase(v.begin() + a, v.begin() + b);
-            twin.erase(twin.begin() + a, twin.begin() + b);
-        })
-        .op("resize", 1, [&] {
-            unsigned k = run.pick(2 * unsigned(twin.size()) + 3);
-            T e = x();
-            v.resize(k, e);
-            twin.resize(k, e);
         })
         .op("insert a caller's range, then one of our own elements", 1, [&] {
             std::vector<T> src;
@@ -81,36 +63,6 @@ void run_beside_std(unsigned seed, Make make) {
             T e = twin[from];
             v.insert(v.begin(), v[from]);
             twin.insert(twin.begin(), e);
-        })
-        .op("sort or reverse", 1, [&] {
-            if (run.chance(12)) { v.sort(); std::stable_sort(twin.begin(), twin.end()); }
-            else { v.reverse(); std::reverse(twin.begin(), twin.end()); }
-        })
-        .op("copy, swap and assign a range of our own", 1, [&] {
-            probe<T> other(v);
-            v.swap(other);
-            ASSERT_EQ(other, v);
-            if (run.chance(50)) {
-                draw(~0u);
-                v.assign(v.begin() + a, v.begin() + b);
-                twin = std::vector<T>(twin.begin() + a, twin.begin() + b);
-            }
-        })
-        .op("sort descending, build from a range, move, compare", 1, [&] {
-            auto down = [](T const& l, T const& r) { return r < l; };
-            v.sort(down);
-            std::stable_sort(twin.begin(), twin.end(), down);
-            probe<T> built(twin.begin(), twin.end()), moved(std::move(built));
-            ASSERT_TRUE(built.empty());
-            ASSERT_EQ(moved, v);
-            if (twin.empty()) return;
-            unsigned const i = run.pick(unsigned(twin.size()));
-            ASSERT_EQ(v.at(i), twin[i]);
-            ASSERT_THROW(v.at(unsigned(twin.size())), zel::out_of_range);
-            std::vector<T> smaller(twin.begin(), twin.begin() + i);
-            moved = {x()};
-            ASSERT_EQ(moved < v, std::vector<T>{moved.front()} < twin);
-            ASSERT_EQ(probe<T>(smaller.begin(), smaller.end()) < v, smaller < twin);
         })
         .op("reserve", 1, [&] { v.reserve(unsigned(twin.size()) + run.pick(40)); })
         .op("clear", 1, [&] { if (run.chance(3)) { v.clear(); twin.clear(); } });

@@ -22,6 +22,7 @@
 #include <cstddef>
 #include <functional>
 #include <iterator>
+#include <list>
 #include <random>
 #include <string>
 #include <type_traits>
@@ -229,6 +230,95 @@ void associative_ops(model_run& run, C& c, Twin& twin, Element element) {
                 t.check();   // keeps what was copied before the throw
                 ASSERT_LE(t.size(), c.size());
             }
+        });
+}
+
+// The twin sorted as a stable sort would (std::list sorts itself).
+template <class Twin, class Less>
+void twin_sort(Twin& twin, Less less) {
+    if constexpr (std::is_same_v<Twin, std::list<typename Twin::value_type>>)
+        twin.sort(less);
+    else
+        std::stable_sort(twin.begin(), twin.end(), less);
+}
+
+// The operations vector, deque and list share, through the typed interface,
+// beside a std sequence twin: push_back, insertion of copies, erasure of a
+// range, resize, sort (against a stable sort) and reverse, keeping a range of
+// their own, copies, moves, swaps, relations and checked access. element()
+// draws a value. Each file adds its container's own (engine) operations.
+template <class C, class Twin, class Element>
+void sequence_ops(model_run& run, C& c, Twin& twin, Element element) {
+    // The ops run after this returns: locals are captured by copy; c, twin
+    // and run are the caller's.
+    auto const ci = [&c](unsigned i) { return std::next(c.begin(), i); };
+    auto const ti = [&twin](unsigned i) { return std::next(twin.begin(), i); };
+    auto const span = [&run, &twin](unsigned most) {   // a range [first, second), at most `most` long
+        unsigned const n = unsigned(twin.size()), a = run.pick(n + 1);
+        return std::make_pair(a, a + run.pick(std::min(n - a, most) + 1));
+    };
+    run.op("push_back", 2, [&, element] {
+           auto const e = element();
+           c.push_back(e);
+           twin.push_back(e);
+       })
+        .op("insert copies", 1, [&, element, ci, ti] {
+            unsigned const at = run.pick(unsigned(twin.size()) + 1), m = run.pick(5);
+            auto const e = element();
+            c.insert(ci(at), m, e);
+            twin.insert(ti(at), m, e);
+        })
+        .op("erase a range", 1, [&, ci, ti, span] {
+            auto const r = span(run.chance(20) ? ~0u : 8);
+            c.erase(ci(r.first), ci(r.second));
+            twin.erase(ti(r.first), ti(r.second));
+        })
+        .op("resize", 1, [&, element] {
+            unsigned const m = run.pick(2 * unsigned(twin.size()) + 3);
+            auto const e = element();
+            c.resize(m, e);
+            twin.resize(m, e);
+        })
+        .op("sort or reverse", 1, [&] {
+            auto const down = [](auto const& p, auto const& q) { return q < p; };
+            if (run.chance(50)) {
+                c.reverse();
+                std::reverse(twin.begin(), twin.end());
+            } else if (run.chance(50)) {
+                c.sort();
+                twin_sort(twin, std::less<>());
+            } else {
+                c.sort(down);
+                twin_sort(twin, down);
+            }
+        })
+        .op("keep a range of our own", 1, [&, ci, ti, span] {
+            auto const r = span(~0u);
+            c.assign(ci(r.first), ci(r.second));
+            twin = Twin(ti(r.first), ti(r.second));
+        })
+        .op("copy, move, swap, compare, checked access", 1, [&, element, ti, span] {
+            C copy(c);
+            ASSERT_TRUE(copy == c);
+            C moved(std::move(copy));
+            ASSERT_TRUE(copy.empty());
+            copy.check();
+            C other{element()};
+            other.swap(moved);
+            moved.check();
+            ASSERT_EQ(moved.size(), 1u);
+            ASSERT_TRUE(other == c);
+            c = other;
+            auto const r = span(~0u);
+            Twin const part(ti(r.first), ti(r.second));
+            ASSERT_EQ(C(part.begin(), part.end()) < c, part < twin);
+            ASSERT_EQ(c < C(part.begin(), part.end()), twin < part);
+            ASSERT_THROW(c.at(unsigned(twin.size())), zel::out_of_range);
+            if (twin.empty()) return;
+            unsigned const i = run.pick(unsigned(twin.size()));
+            ASSERT_EQ(c.at(i), *ti(i));
+            ASSERT_EQ(c.front(), twin.front());
+            ASSERT_EQ(c.back(), twin.back());
         });
 }
 
