@@ -123,7 +123,7 @@ TEST(Deque, RunsBesideStdDeque) {
     run_beside_std<counted>(5, 1500, [](unsigned r) { return counted(std::to_string(r % 300)); });
 }
 
-TEST(DequeEngine, TheFirstPushBuildsACentredMap) {
+TEST(DequeEngine, TheFirstPushBuildsACentredMapThatGrowsByOneStep) {
     probe<int> d;
     d.push_back(1);
     ASSERT_NE(d.map_, nullptr);
@@ -134,10 +134,8 @@ TEST(DequeEngine, TheFirstPushBuildsACentredMap) {
     EXPECT_EQ(zel::deque_engine::get_capacity(0), 4096u);
     EXPECT_EQ(zel::deque_engine::get_capacity(4095), 4096u);
     EXPECT_EQ(zel::deque_engine::get_capacity(4096), 8192u);
-}
 
-TEST(DequeEngine, GrowsOneStepOnlyWhenMoreThanHalfFull) {
-    probe<int> d;
+    // It grows one step only when more than half full.
     unsigned recentred = 0;
     for (int i = 0; i < 5000; ++i) {
         unsigned const capacity = d.capacity();

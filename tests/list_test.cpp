@@ -248,6 +248,11 @@ TEST(ListEngine, ThePositionCache) {
     l.check();
     EXPECT_EQ(l.zpos(5), l.sentinel());
     raises([&] { l.pos(5); }, 0);
+    EXPECT_EQ(l.distance(l.pos(1), l.pos(3)), 2);
+    EXPECT_EQ(l.distance(l.pos(1), l.sentinel()), 4);
+    // Back through the sentinel: 4 steps, less 1 and the count.
+    EXPECT_EQ(l.distance(l.pos(3), l.pos(1)), -2);
+    EXPECT_EQ(l.distance(l.sentinel(), l.pos(2)), -3);
     l.push_back(15);   // linking drops the cache
     EXPECT_EQ(l.cache_index_, engine::all);
     l.check();
@@ -269,15 +274,6 @@ TEST(ListEngine, ConcurrentReadersByIndexShareTheCache) {
     a.join();
     b.join();
     l.check();
-}
-
-TEST(ListEngine, Distance) {
-    probe<int> l{0, 1, 2, 3, 4};
-    EXPECT_EQ(l.distance(l.pos(1), l.pos(3)), 2);
-    EXPECT_EQ(l.distance(l.pos(1), l.sentinel()), 4);
-    // Back through the sentinel: 4 steps, less 1 and the count.
-    EXPECT_EQ(l.distance(l.pos(3), l.pos(1)), -2);
-    EXPECT_EQ(l.distance(l.sentinel(), l.pos(2)), -3);
 }
 
 // The runs are merged back from the latest to the earliest, and the list
