@@ -15,6 +15,10 @@
 // The first failing step stops the run; the failure names the seed, the step
 // and the operation. An operation may call ASSERT_* itself: a fatal failure
 // inside it stops the run the same way.
+//
+// sequence_ops (vector, deque, list) and associative_ops (the ordered and
+// hashed sets and maps) register the operations a family shares through its
+// typed interface; each test file adds its engine's own forms to the run.
 #ifndef ZEL_TEST_MODEL_H
 #define ZEL_TEST_MODEL_H
 
