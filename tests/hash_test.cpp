@@ -237,55 +237,22 @@ TEST(Hash, CursorMisuseAndCheckTexts) {
     EXPECT_THROW(a.raw().pos(4), zel::xexception);
     EXPECT_TRUE(a.raw().is_end(a.at(3)));
 
-    // Each corruption, the text and line it is reported with, and the repair.
-    using fault = void (*)(int_set&, hash_table_engine::hash_node*&);
-    struct {
-        fault corrupt;
-        char const* text;
-        int line;
-    } const faults[] = {
-        {[](int_set& s, hash_table_engine::hash_node*& saved) {
-             saved = s.sentinel_.next->prev;
-             s.sentinel_.next->prev = nullptr;
-         }, "bad connection to sentinel", 262},
-        {[](int_set& s, hash_table_engine::hash_node*& saved) {
-             saved = s.sentinel_.prev->next;
-             s.sentinel_.prev->next = s.sentinel_.prev;
-         }, "bad connection to sentinel", 263},
-        {[](int_set& s, hash_table_engine::hash_node*&) { ++s.count_; }, "invalid element count", 272},
-        {[](int_set& s, hash_table_engine::hash_node*& saved) {
-             auto*& first = s.buckets_[s.sentinel_.next->index];
-             saved = first;
-             first = nullptr;
-         }, "invalid bucket pointer", 288},
+    // Each corruption, the text and line it is reported with.
+    auto const fault = [&](int_set const& t, auto& field, auto bad, char const* text, int line) {
+        zel_test::expect_check_fault(t, field, bad, text, source, line);
     };
-    for (auto const& f : faults) {
-        int_set s{10, 20, 30};
-        hash_table_engine::hash_node* saved = nullptr;
-        hash_table_engine::hash_node* const first = s.sentinel_.next;
-        hash_table_engine::hash_node* const last = s.sentinel_.prev;
-        unsigned const count = s.count_;
-        f.corrupt(s, saved);
-        expect_container_error([&] { s.check(); }, f.text, source, f.line);
-        // repair so the destructor can run
-        first->prev = &s.sentinel_;
-        last->next = &s.sentinel_;
-        s.count_ = count;
-        s.buckets_[first->index] = first;
-        s.check();
-    }
-    int_set s;   // no buckets yet
-    s.count_ = 1;
-    expect_container_error([&] { s.check(); }, "invalid element count", source, 295);
-    s.count_ = 0;
-    hash_table_engine::hash_node stray{};
-    s.sentinel_.next = &stray;
-    expect_container_error([&] { s.check(); }, "invalid sentinel node", source, 296);
-    s.sentinel_.next = &s.sentinel_;
-    s.sentinel_.prev = &stray;
-    expect_container_error([&] { s.check(); }, "invalid sentinel node", source, 297);
-    s.sentinel_.prev = &s.sentinel_;
+    int_set s{10, 20, 30};
+    fault(s, s.sentinel_.next->prev, nullptr, "bad connection to sentinel", 262);
+    fault(s, s.sentinel_.prev->next, s.sentinel_.prev, "bad connection to sentinel", 263);
+    fault(s, s.count_, 4u, "invalid element count", 272);
+    fault(s, s.buckets_[s.sentinel_.next->index], nullptr, "invalid bucket pointer", 288);
     s.check();
+    int_set none;   // no buckets yet
+    fault(none, none.count_, 1u, "invalid element count", 295);
+    hash_table_engine::hash_node stray{};
+    fault(none, none.sentinel_.next, &stray, "invalid sentinel node", 296);
+    fault(none, none.sentinel_.prev, &stray, "invalid sentinel node", 297);
+    none.check();
 }
 
 // What the model runs do not reach: visits and a list assignment.
@@ -305,18 +272,6 @@ TEST(Hash, VisitsAndListAssignment) {
 // ---------------------------------------------------------------------------
 // Seeded runs beside the std twins.
 
-// Erases one element of the twin equal to v.
-template <class Twin, class V>
-void erase_one(Twin& twin, V const& v) {
-    auto r = twin.equal_range(key_of(v));
-    for (auto it = r.first; it != r.second; ++it)
-        if (*it == v) {
-            twin.erase(it);
-            return;
-        }
-    ADD_FAILURE() << "the twin has no such element";
-}
-
 template <class C>
 std::vector<typename C::value_type> values(typename C::const_iterator first,
                                            typename C::const_iterator last) {
@@ -330,102 +285,10 @@ void run_beside_std(unsigned seed, int steps, Make make) {
     Twin twin;
     zel_test::model_run run(seed);
     auto nth = [&](unsigned i) { return std::next(c.cbegin(), i); };
-    auto span = [&](unsigned& i, unsigned& j) {
-        i = run.pick(c.size() + 1);
-        j = i + run.pick(std::min(c.size() - i, 40u) + 1);
-    };
-    run.op("insert", 6, [&] {
-           auto const v = make(run);
-           auto const r = c.insert(v);
-           if constexpr (Multi) {
-               twin.insert(v);
-               ASSERT_EQ(*r, v);
-           } else {
-               ASSERT_EQ(r.second, twin.insert(v).second);
-               ASSERT_TRUE(key_of(*r.first) == key_of(v));
-           }
-       })
-        .op("insert with a failing copy", 1, [&] {
-            auto const v = make(run);
-            counted::copies_until_throw = 0;
-            try {
-                c.insert(v);
-                twin.insert(v);   // nothing was copied: the key was there
-            } catch (std::runtime_error const&) {
-            }
-            counted::copies_until_throw = -1;
-        })
-        .op("erase a key", 3, [&] {
-            auto const k = key_of(make(run));
-            ASSERT_EQ(c.erase(k), twin.erase(k));
-        })
-        .op("erase at an iterator", 2, [&] {
-            if (c.empty())
-                return;
-            auto const it = nth(run.pick(c.size()));
-            auto const v = *it;
-            c.erase(it);
-            erase_one(twin, v);
-        })
-        .op("erase a range", 1, [&] {
-            unsigned i, j;
-            span(i, j);
-            auto const gone = values<C>(nth(i), nth(j));
-            c.erase(nth(i), nth(j));
-            for (auto const& v : gone)
-                erase_one(twin, v);
-        })
-        .op("look up", 3, [&] {
-            auto const k = key_of(make(run));
-            ASSERT_EQ(c.count(k), twin.count(k));
-            ASSERT_EQ(c.contains(k), twin.count(k) != 0);
-            auto const f = c.find(k);
-            ASSERT_EQ(f == c.end(), twin.find(k) == twin.end());
-            auto const r = c.equal_range(k);
-            ASSERT_EQ(unsigned(std::distance(r.first, r.second)), twin.count(k));
-        })
-        .op("copy and assign", 1, [&] {
-            P copy(c);
-            copy.check();
-            zel_test::expect_same_elements(copy, twin);
-            ASSERT_TRUE(copy == c);
-            if (!copy.empty()) {
-                copy.erase(copy.begin());
-                ASSERT_TRUE(copy != c);
-            }
-            P other;
-            for (unsigned n = run.pick(20); n; --n)
-                other.insert(make(run));
-            other = c;   // reuses other's nodes
-            other.check();
-            zel_test::expect_same_elements(other, twin);
-            c = std::move(other);
-            ASSERT_TRUE(other.empty());
-            other.check();
-        })
-        .op("copy and assign with a failing copy", 1, [&] {
-            bool const fails = !c.empty() && !std::is_same_v<std::decay_t<decltype(key_of(*c.begin()))>, int>;
-            counted::copies_until_throw = int(run.pick(c.size()));
-            try {
-                P copy(c);
-                ASSERT_FALSE(fails) << "the copy did not throw";
-            } catch (std::runtime_error const&) {
-            }
-            counted::copies_until_throw = -1;
-            P t;
-            t.insert(make(run));
-            counted::copies_until_throw = int(run.pick(c.size() + 1));
-            try {
-                t = c;
-            } catch (std::runtime_error const&) {   // keeps what was copied before the throw
-                t.check();
-                ASSERT_LE(t.size(), c.size());
-            }
-            counted::copies_until_throw = -1;
-        })
-        .op("assign a range of itself", 1, [&] {
-            unsigned i, j;
-            span(i, j);
+    zel_test::associative_ops(run, c, twin, [&] { return make(run); });
+    run.op("assign a range of itself", 1, [&] {
+            unsigned i = run.pick(c.size() + 1);
+            unsigned j = i + run.pick(std::min(c.size() - i, 40u) + 1);
             auto const kept = values<C>(nth(i), nth(j));
             c.raw().assign(c.at(i), c.at(j));
             twin = Twin(kept.begin(), kept.end());

@@ -55,6 +55,21 @@ private:
     std::string value_;
 };
 
+// Runs f with the n-th counted copy from now throwing (never, when n is
+// negative); true when that copy's error came out of f.
+template <class F>
+bool throws_on_copy(int n, F f) {
+    counted::copies_until_throw = n;
+    bool threw = false;
+    try {
+        f();
+    } catch (std::runtime_error const&) {
+        threw = true;
+    }
+    counted::copies_until_throw = -1;
+    return threw;
+}
+
 // Checks at the end of a test that every counted object it made is gone.
 class no_leaks {
 public:
@@ -75,6 +90,17 @@ private:
 template <class F>
 void expect_container_error(F f, char const* text, char const* file, int line = 0) {
     expect_raised(f, "container_error", text, file, line);
+}
+
+// Breaks one field of c's engine (sets it to `bad`), expects c.check() to
+// report `text` from `file`:`line`, and mends the field, so the next fault
+// and the destructor meet a sound structure.
+template <class C, class Field, class Bad>
+void expect_check_fault(C const& c, Field& field, Bad bad, char const* text, char const* file, int line) {
+    Field const was = field;
+    field = bad;
+    expect_container_error([&] { c.check(); }, text, file, line);
+    field = was;
 }
 
 } // namespace zel_test
