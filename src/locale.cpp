@@ -813,6 +813,27 @@ struct buffer_source {
         end = c == basic_streambuf<C>::eof();
         return first();
     }
+    // Decimal digits that lie before the get area's last character are
+    // stepped over in place, as next() steps over them.
+    unsigned decimal_run(unsigned& ch, std::uint64_t& value, unsigned max) noexcept {
+        C* g = gptr;
+        if (end || g == nullptr || egptr - g <= 1)
+            return 0;
+        C* const last = egptr - 1;
+        std::uint64_t v = value;
+        unsigned u = ch;
+        unsigned n = 0;
+        while (n < max && u - '0' < 10u && g < last) {
+            v = v * 10 + (u - '0');
+            u = static_cast<std::make_unsigned_t<C>>(*++g);
+            ++n;
+        }
+        gptr = g;
+        c = static_cast<int>(u);
+        ch = u;
+        value = v;
+        return n;
+    }
     bool space(unsigned ch) const {
         if (ch == end_of_input)
             return false;

@@ -7,17 +7,6 @@
 
 namespace zel {
 
-namespace {
-
-// Resets the field width; most operations find it 0 already, and setting
-// it is a call.
-inline void reset_width(ios_base& io) noexcept {
-    if (io.width() != 0)
-        io.width(0);
-}
-
-} // namespace
-
 template <class C>
 basic_ostream<C>::basic_ostream(streambuf_type* buffer) : ios_type(buffer) {}
 
@@ -35,11 +24,6 @@ basic_ostream<C>& basic_ostream<C>::operator=(basic_ostream const& other) {
 
 template <class C>
 basic_ostream<C>::~basic_ostream() = default;
-
-template <class C>
-void basic_ostream<C>::set_bits(long bits) {
-    this->clear(this->rdstate() | bits);
-}
 
 template <class C>
 bool basic_ostream<C>::do_opfx() {
@@ -71,7 +55,7 @@ void basic_ostream<C>::do_flush() {
     // has nothing to flush either way.
     streambuf_type* b = this->rdbuf();
     if (!b || b->pubsync() == -1)
-        set_bits(ios_base::badbit);
+        this->add_state(ios_base::badbit);
 }
 
 template <class C>
@@ -85,7 +69,7 @@ basic_ostream<C>& basic_ostream<C>::put_text(C const* s, unsigned long n) {
         do_write(s, long(n));
     if (this->rdstate() == 0 && pad > 0 && on_left)
         do_write(this->fill(), pad);
-    reset_width(*this);
+    this->reset_width();
     return *this;
 }
 
@@ -138,8 +122,8 @@ basic_ostream<C>& basic_ostream<C>::do_put(void const* value, num_base::num_type
     } catch (...) {
         err |= ios_base::failbit;
     }
-    reset_width(*this);
-    set_bits(err);
+    this->reset_width();
+    this->add_state(err);
     finish();
     return *this;
 }
@@ -155,7 +139,7 @@ basic_ostream<C>& basic_ostream<C>::do_write(C c, long n) {
     } catch (...) {
         err |= ios_base::failbit;
     }
-    set_bits(err);
+    this->add_state(err);
     finish();
     return *this;
 }
@@ -166,12 +150,13 @@ basic_ostream<C>& basic_ostream<C>::do_write(C const* s, long n) {
         return *this;
     long err = 0;
     try {
-        if (this->rdbuf()->sputn(s, n) < n)
+        streambuf_type* const b = this->rdbuf();
+        if (!b->put_in_place(s, n) && b->sputn(s, n) < n)
             err |= ios_base::badbit;
     } catch (...) {
         err |= ios_base::failbit;
     }
-    set_bits(err);
+    this->add_state(err);
     finish();
     return *this;
 }
@@ -193,7 +178,7 @@ basic_ostream<C>& basic_ostream<C>::do_write(streambuf_type* from) {
                 c = from->sbumpc();
             } catch (...) {
                 // The source's failure is the caller's to see.
-                set_bits(ios_base::failbit);
+                this->add_state(ios_base::failbit);
                 throw;
             }
             if (c == eof)
@@ -212,7 +197,7 @@ basic_ostream<C>& basic_ostream<C>::do_write(streambuf_type* from) {
         if (copied == 0)
             err |= ios_base::failbit;
     }
-    set_bits(err);
+    this->add_state(err);
     finish();
     return *this;
 }

@@ -160,6 +160,21 @@ public:
     // The private words, for tests and diagnostics.
     unsigned word_count() const noexcept { return nwords_; }
 
+protected:
+    // clear(rdstate() | bits), as every stream operation ends; the call is
+    // left out when it would only store the state it finds and throw
+    // nothing.
+    void add_state(long bits) {
+        long const s = state_ | bits;
+        if (s != state_ || (s & except_) != 0)
+            clear(s);
+    }
+    // Sets the width to 0; most operations find it 0 already.
+    void reset_width() noexcept {
+        if (width_ != 0)
+            width(0);
+    }
+
 private:
     // The number facets read the locale in place: a copy of it per value
     // would cost two atomic operations on its engine.

@@ -71,7 +71,16 @@ public:
     ~basic_ostream() override;
 
     // --- characters and text: padded to the width, which is then 0 ---
-    basic_ostream& operator<<(C c) { return put_text(&c, 1); }
+    basic_ostream& operator<<(C c) {
+        // The common case in line: a clear state, no width, no tie, no
+        // unitbuf and room in one of the library's own buffers leave the
+        // general path nothing to do but store c.
+        basic_streambuf<C>* const b = this->rdbuf();
+        if (this->rdstate() == 0 && this->width() == 0 && this->tie() == nullptr &&
+            (this->flags() & ios_base::unitbuf) == 0 && b != nullptr && b->put_in_place(c))
+            return *this;
+        return put_text(&c, 1);
+    }
     basic_ostream& operator<<(C const* s) { return do_put(s, -1); }
     basic_ostream& operator<<(string_type const& s) { return do_put(s); }
     // The narrow stream's signed and unsigned char forms (characters and
@@ -171,7 +180,6 @@ private:
     basic_ostream& put_text(C const* s, unsigned long n);
     basic_ostream& put_narrow(char const* s);
     void finish();
-    void set_bits(long bits);
 };
 
 ZEL_EXTERN_TEMPLATE(basic_ostream<char>);

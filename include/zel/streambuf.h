@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <typeinfo>
 
 #include <zel/config.h>
 #include <zel/ios.h>
@@ -149,6 +150,25 @@ private:
     // read characters that are already in the get area in place.
     friend class basic_obuf_iterator<C>;
     template <class, class> friend class num_get;
+    // The output stream hands a run that fits straight to the put area of
+    // the library's own buffers (see put_in_place).
+    friend class basic_ostream<C>;
+
+    // Whether the dynamic type is one of the library's own buffers, which
+    // keep the base xsputn (a derived class may replace it).
+    bool keeps_base_xsputn() const noexcept;
+    // What xsputn(s, n, true) does when the run fits the put area, done in
+    // place for a buffer that keeps the base xsputn; false, with nothing
+    // done, for any other buffer or a run that does not fit, which then
+    // takes the virtual call.
+    bool put_in_place(C const* s, long n) noexcept;
+    // The same for one character.
+    bool put_in_place(C c) noexcept {
+        if (pptr_ == nullptr || pptr_ >= epptr_ || !keeps_base_xsputn())
+            return false;
+        *pptr_++ = c;
+        return true;
+    }
 
     locale loc_;
     C* pbase_;
@@ -330,6 +350,9 @@ protected:
     int overflow(int c) override;
 
 private:
+    // How far past what has been written a grown put area ends.
+    static constexpr unsigned window = 32;
+
     void initbuf(string_base<C> const& s);
     long setipos(long off, ios_base::seekdir dir);
     long setopos(long off, ios_base::seekdir dir);
@@ -337,6 +360,28 @@ private:
     string_type str_;
     long mode_;
 };
+
+// The type test compares addresses: a copy of a type's record elsewhere
+// only sends the run the long way.
+template <class C>
+inline bool basic_streambuf<C>::keeps_base_xsputn() const noexcept {
+    std::type_info const* const t = &typeid(*this);
+    return t == &typeid(basic_stringbuf<C>) || t == &typeid(basic_filebuf<C>);
+}
+
+template <class C>
+inline bool basic_streambuf<C>::put_in_place(C const* s, long n) noexcept {
+    if (s == nullptr || n < 1 || pptr_ == nullptr || epptr_ - pptr_ < n || !keeps_base_xsputn())
+        return false;
+    if (n <= 16) {
+        for (long i = 0; i < n; ++i)
+            pptr_[i] = s[i];
+    } else {
+        std::memcpy(pptr_, s, std::size_t(n) * sizeof(C));
+    }
+    pptr_ += n;
+    return true;
+}
 
 ZEL_EXTERN_TEMPLATE(basic_stringbuf<char>);
 ZEL_EXTERN_TEMPLATE(basic_stringbuf<unsigned short>);
