@@ -128,13 +128,16 @@ basic_ostream<C>& basic_ostream<C>::do_put(void const* value, num_base::num_type
     return *this;
 }
 
+// The two runs of do_write: `put` hands the n characters to the buffer and
+// answers how many it took.
 template <class C>
-basic_ostream<C>& basic_ostream<C>::do_write(C c, long n) {
+template <class Put>
+basic_ostream<C>& basic_ostream<C>::write_run(long n, Put put) {
     if (!do_opfx())
         return *this;
     long err = 0;
     try {
-        if (this->rdbuf()->sputn(c, n) < n)
+        if (put(this->rdbuf()) < n)
             err |= ios_base::badbit;
     } catch (...) {
         err |= ios_base::failbit;
@@ -145,20 +148,13 @@ basic_ostream<C>& basic_ostream<C>::do_write(C c, long n) {
 }
 
 template <class C>
+basic_ostream<C>& basic_ostream<C>::do_write(C c, long n) {
+    return write_run(n, [c, n](streambuf_type* b) { return b->sputn(c, n); });
+}
+
+template <class C>
 basic_ostream<C>& basic_ostream<C>::do_write(C const* s, long n) {
-    if (!do_opfx())
-        return *this;
-    long err = 0;
-    try {
-        streambuf_type* const b = this->rdbuf();
-        if (!b->put_in_place(s, n) && b->sputn(s, n) < n)
-            err |= ios_base::badbit;
-    } catch (...) {
-        err |= ios_base::failbit;
-    }
-    this->add_state(err);
-    finish();
-    return *this;
+    return write_run(n, [s, n](streambuf_type* b) { return b->put_in_place(s, n) ? n : b->sputn(s, n); });
 }
 
 template <class C>

@@ -198,6 +198,15 @@ private:
 };
 
 // The iterator types of a character type's number facets.
+// The narrow streams' forms beside `char`: signed and unsigned characters,
+// arrays of them, and `unsigned short` as a number (on the wide streams it
+// is the character type). The output stream adds the const arrays.
+template <class C, class T>
+inline constexpr bool narrow_extra_form =
+    std::is_same_v<C, char> &&
+    (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> || std::is_same_v<T, signed char*> ||
+     std::is_same_v<T, unsigned char*> || std::is_same_v<T, unsigned short>);
+
 template <class C> struct ios_iterators;
 template <> struct ios_iterators<char> {
     using input = ibuf_iterator;

@@ -43,11 +43,8 @@ class ZEL_API basic_ostream : virtual public basic_ios<C> {
     // The narrow stream's extra forms (see the inserter below).
     template <class T>
     static constexpr bool narrow_extra =
-        std::is_same_v<C, char> &&
-        (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
-         std::is_same_v<T, signed char const*> || std::is_same_v<T, unsigned char const*> ||
-         std::is_same_v<T, signed char*> || std::is_same_v<T, unsigned char*> ||
-         std::is_same_v<T, unsigned short>);
+        narrow_extra_form<C, T> || (std::is_same_v<C, char> && (std::is_same_v<T, signed char const*> ||
+                                                                std::is_same_v<T, unsigned char const*>));
     // The wide stream's narrow forms (see the inserter below).
     template <class T>
     static constexpr bool wide_extra =
@@ -179,6 +176,8 @@ protected:
 private:
     basic_ostream& put_text(C const* s, unsigned long n);
     basic_ostream& put_narrow(char const* s);
+    template <class Put>
+    basic_ostream& write_run(long n, Put put);
     void finish();
 };
 

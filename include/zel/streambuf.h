@@ -162,6 +162,16 @@ private:
     // done, for any other buffer or a run that does not fit, which then
     // takes the virtual call.
     bool put_in_place(C const* s, long n) noexcept;
+    // Copies a run into the put area: short runs (a separator, a number's
+    // text) in line, long ones by memcpy.
+    static void copy_run(C* to, C const* from, long n) noexcept {
+        if (n <= 16) {
+            for (long i = 0; i < n; ++i)
+                to[i] = from[i];
+        } else {
+            std::memcpy(to, from, std::size_t(n) * sizeof(C));
+        }
+    }
     // The same for one character.
     bool put_in_place(C c) noexcept {
         if (pptr_ == nullptr || pptr_ >= epptr_ || !keeps_base_xsputn())
@@ -373,12 +383,7 @@ template <class C>
 inline bool basic_streambuf<C>::put_in_place(C const* s, long n) noexcept {
     if (s == nullptr || n < 1 || pptr_ == nullptr || epptr_ - pptr_ < n || !keeps_base_xsputn())
         return false;
-    if (n <= 16) {
-        for (long i = 0; i < n; ++i)
-            pptr_[i] = s[i];
-    } else {
-        std::memcpy(pptr_, s, std::size_t(n) * sizeof(C));
-    }
+    copy_run(pptr_, s, n);
     pptr_ += n;
     return true;
 }
