@@ -321,9 +321,9 @@ template <> struct stringbuf_string<unsigned short> { using type = wstring; };
 // Growth: when the put area is full it is extended to what has been written
 // plus 32 blanks, and the new character takes the first of them. So 32
 // characters written and one more leave a put area of 64 characters, 33 of
-// them written and 31 still free. The string beneath grows geometrically
-// (its blanks past the put area are never shown), so writing n characters
-// costs time linear in n.
+// them written and 31 still free. The string beneath grows geometrically,
+// so writing n characters costs time linear in n; what lies in it past the
+// put area is never shown and becomes blanks only when the area reaches it.
 //
 // Kept behaviours: the get position can be sought anywhere below the end of
 // the readable text but never onto its end, the put position up to and onto
