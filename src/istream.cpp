@@ -11,13 +11,6 @@ namespace zel {
 
 namespace {
 
-// Resets the field width; most operations find it 0 already, and setting
-// it is a call.
-inline void reset_width(ios_base& io) noexcept {
-    if (io.width() != 0)
-        io.width(0);
-}
-
 // Where the field reader stores: a character array (NUL-terminated at the
 // end) or a string (filled in chunks, to spare the string one call per
 // character).
@@ -97,7 +90,7 @@ bool basic_istream<C>::do_ipfx(bool noskip) {
             }
         }
     }
-    this->clear(this->rdstate() | err);
+    this->add_state(err);
     return this->rdstate() == 0;
 }
 
@@ -170,7 +163,7 @@ void basic_istream<C>::read_field(Sink& sink, long n, int by_class, bool take_de
             bits |= ios_base::failbit;
     }
     sink.finish();
-    this->clear(this->rdstate() | bits);
+    this->add_state(bits);
     do_isfx();
 }
 
@@ -209,7 +202,7 @@ void basic_istream<C>::do_get(C* s, long n) {
         if (gcount_ == 0)
             bits |= ios_base::failbit;
     }
-    this->clear(this->rdstate() | bits);
+    this->add_state(bits);
     do_isfx();
 }
 
@@ -221,8 +214,8 @@ void basic_istream<C>::do_get(void* p, num_base::num_type t) {
         iterator_type last;
         this->reader()->get(it, last, *this, err, t, p);
     }
-    reset_width(*this);
-    this->clear(this->rdstate() | (err & 7));
+    this->reset_width();
+    this->add_state(err & 7);
     do_isfx();
 }
 
@@ -233,7 +226,7 @@ void basic_istream<C>::do_get(string_type& s) {
     // does not skip) then finds the same state.
     do_ipfx(false);
     do_get(s, n, 1, false, -1, mask(0x20), true);
-    reset_width(*this);
+    this->reset_width();
 }
 
 template <class C>
@@ -241,7 +234,7 @@ void basic_istream<C>::do_get(C* s) {
     long const n = this->width() != 0 ? this->width() : no_limit;
     do_ipfx(false);
     do_get(s, n, 1, false, -1, mask(0x20), true);
-    reset_width(*this);
+    this->reset_width();
 }
 
 template <class C>
@@ -257,8 +250,8 @@ void basic_istream<C>::do_get(C& c, bool noskip) {
         }
     }
     if (!noskip)
-        reset_width(*this);
-    this->clear(this->rdstate() | bits);
+        this->reset_width();
+    this->add_state(bits);
     do_isfx();
 }
 
@@ -287,7 +280,7 @@ void basic_istream<C>::do_get(streambuf_type* to, int delim) {
                 bits |= ios_base::failbit;
         }
     }
-    this->clear(this->rdstate() | bits);
+    this->add_state(bits);
     do_isfx();
 }
 
@@ -316,7 +309,7 @@ void basic_istream<C>::do_skip(long n, int by_class, bool take_delim, int delim,
             glast_ = b->snextc();
         }
     }
-    this->clear(this->rdstate() | bits);
+    this->add_state(bits);
     do_isfx();
 }
 

@@ -359,6 +359,23 @@ inline ctype_base::mask class_of(locale_descriptor const* d, C c) noexcept {
     return k < 256 ? d->class_table[k] : 0;
 }
 
+// A case table's answer for c; characters outside the tables stay as they are.
+template <class C>
+inline C case_mapped(unsigned char const* table, C c) noexcept {
+    std::uint32_t const k = code_of(c);
+    return k < 256 ? static_cast<C>(table[k]) : c;
+}
+
+// The range forms: each character of [lo, hi) through `one`, the
+// single-character form (which a derived class may replace), into `to`
+// (lo itself for the forms that work in place); answers hi.
+template <class From, class To, class One>
+From const* map_each(From const* lo, From const* hi, To* to, One one) {
+    for (; lo < hi; ++lo, ++to)
+        *to = one(*lo);
+    return hi;
+}
+
 } // namespace
 
 template <class C>
@@ -403,28 +420,22 @@ C const* ctype<C>::do_scan_not(mask m, C const* lo, C const* hi) const {
 
 template <class C>
 C ctype<C>::do_tolower(C c) const {
-    std::uint32_t const k = code_of(c);
-    return k < 256 ? static_cast<C>(facet_ldx()->lower_table[k]) : c;
+    return case_mapped(facet_ldx()->lower_table, c);
 }
 
 template <class C>
 C const* ctype<C>::do_tolower(C* lo, C const* hi) const {
-    for (; lo < hi; ++lo)
-        *lo = do_tolower(*lo);
-    return hi;
+    return map_each<C>(lo, hi, lo, [this](C c) { return do_tolower(c); });
 }
 
 template <class C>
 C ctype<C>::do_toupper(C c) const {
-    std::uint32_t const k = code_of(c);
-    return k < 256 ? static_cast<C>(facet_ldx()->upper_table[k]) : c;
+    return case_mapped(facet_ldx()->upper_table, c);
 }
 
 template <class C>
 C const* ctype<C>::do_toupper(C* lo, C const* hi) const {
-    for (; lo < hi; ++lo)
-        *lo = do_toupper(*lo);
-    return hi;
+    return map_each<C>(lo, hi, lo, [this](C c) { return do_toupper(c); });
 }
 
 template <class C>
@@ -434,9 +445,7 @@ char ctype<C>::do_narrow(C c, char) const {
 
 template <class C>
 C const* ctype<C>::do_narrow(C const* lo, C const* hi, char dfault, char* to) const {
-    for (; lo < hi; ++lo, ++to)
-        *to = do_narrow(*lo, dfault);
-    return hi;
+    return map_each(lo, hi, to, [this, dfault](C c) { return do_narrow(c, dfault); });
 }
 
 template <class C>
@@ -446,9 +455,7 @@ C ctype<C>::do_widen(char c) const {
 
 template <class C>
 char const* ctype<C>::do_widen(char const* lo, char const* hi, C* to) const {
-    for (; lo < hi; ++lo, ++to)
-        *to = do_widen(*lo);
-    return hi;
+    return map_each(lo, hi, to, [this](char c) { return do_widen(c); });
 }
 
 // ---- numpunct -------------------------------------------------------------------
@@ -813,6 +820,27 @@ struct buffer_source {
         end = c == basic_streambuf<C>::eof();
         return first();
     }
+    // Decimal digits that lie before the get area's last character are
+    // stepped over in place, as next() steps over them.
+    unsigned decimal_run(unsigned& ch, std::uint64_t& value, unsigned max) noexcept {
+        C* g = gptr;
+        if (end || g == nullptr || egptr - g <= 1)
+            return 0;
+        C* const last = egptr - 1;
+        std::uint64_t v = value;
+        unsigned u = ch;
+        unsigned n = 0;
+        while (n < max && u - '0' < 10u && g < last) {
+            v = v * 10 + (u - '0');
+            u = static_cast<std::make_unsigned_t<C>>(*++g);
+            ++n;
+        }
+        gptr = g;
+        c = static_cast<int>(u);
+        ch = u;
+        value = v;
+        return n;
+    }
     bool space(unsigned ch) const {
         if (ch == end_of_input)
             return false;
@@ -826,25 +854,28 @@ struct buffer_source {
 
 } // namespace
 
+// ---- the number facets ------------------------------------------------------
+
+// The members both number facets define alike: the id, the two
+// constructors (a number facet's category), the destructor and facet_id().
+#define ZEL_NUMBER_FACET_MEMBERS(cls, It)                                              \
+    template <class C, class It>                                                        \
+    locale::id cls<C, It>::id;                                                          \
+    template <class C, class It>                                                        \
+    cls<C, It>::cls(long refs) : cls(refs, nullptr) {}                                  \
+    template <class C, class It>                                                        \
+    cls<C, It>::cls(long refs, char const* name) : locale::facet(refs, locale::numeric, name) {} \
+    template <class C, class It>                                                        \
+    cls<C, It>::~cls() = default;                                                       \
+    template <class C, class It>                                                        \
+    unsigned cls<C, It>::facet_id() const {                                             \
+        return id;                                                                      \
+    }
+ZEL_NUMBER_FACET_MEMBERS(num_put, OutIt)
+ZEL_NUMBER_FACET_MEMBERS(num_get, InIt)
+#undef ZEL_NUMBER_FACET_MEMBERS
+
 // ---- num_put --------------------------------------------------------------------
-
-template <class C, class OutIt>
-locale::id num_put<C, OutIt>::id;
-
-template <class C, class OutIt>
-num_put<C, OutIt>::num_put(long refs) : num_put(refs, nullptr) {}
-
-template <class C, class OutIt>
-num_put<C, OutIt>::num_put(long refs, char const* name)
-    : locale::facet(refs, locale::numeric, name) {}
-
-template <class C, class OutIt>
-num_put<C, OutIt>::~num_put() = default;
-
-template <class C, class OutIt>
-unsigned num_put<C, OutIt>::facet_id() const {
-    return id;
-}
 
 template <class C, class OutIt>
 void num_put<C, OutIt>::ccopy(void* context, char const* text, unsigned n) {
@@ -859,34 +890,21 @@ void num_put<C, OutIt>::cfill(void* context, void const* fill, unsigned n) {
         *it = f;
 }
 
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, bool v) const {
-    return do_put(it, io, fill, t_bool, &v);
-}
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, long v) const {
-    return do_put(it, io, fill, t_long, &v);
-}
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, unsigned long v) const {
-    return do_put(it, io, fill, t_ulong, &v);
-}
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, double v) const {
-    return do_put(it, io, fill, t_double, &v);
-}
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, long double v) const {
-    return do_put(it, io, fill, t_ldouble, &v);
-}
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, long long v) const {
-    return do_put(it, io, fill, t_int64, &v);
-}
-template <class C, class OutIt>
-OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, unsigned long long v) const {
-    return do_put(it, io, fill, t_uint64, &v);
-}
+// Each typed form hands its value's address and type code to the general
+// form.
+#define ZEL_NUM_PUT_TYPED(T, code)                                                      \
+    template <class C, class OutIt>                                                     \
+    OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, T v) const {        \
+        return do_put(it, io, fill, code, &v);                                          \
+    }
+ZEL_NUM_PUT_TYPED(bool, t_bool)
+ZEL_NUM_PUT_TYPED(long, t_long)
+ZEL_NUM_PUT_TYPED(unsigned long, t_ulong)
+ZEL_NUM_PUT_TYPED(double, t_double)
+ZEL_NUM_PUT_TYPED(long double, t_ldouble)
+ZEL_NUM_PUT_TYPED(long long, t_int64)
+ZEL_NUM_PUT_TYPED(unsigned long long, t_uint64)
+#undef ZEL_NUM_PUT_TYPED
 
 template <class C, class OutIt>
 OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
@@ -966,24 +984,6 @@ OutIt num_put<C, OutIt>::do_put(OutIt it, ios_base& io, C fill, num_type code,
 }
 
 // ---- num_get --------------------------------------------------------------------
-
-template <class C, class InIt>
-locale::id num_get<C, InIt>::id;
-
-template <class C, class InIt>
-num_get<C, InIt>::num_get(long refs) : num_get(refs, nullptr) {}
-
-template <class C, class InIt>
-num_get<C, InIt>::num_get(long refs, char const* name)
-    : locale::facet(refs, locale::numeric, name) {}
-
-template <class C, class InIt>
-num_get<C, InIt>::~num_get() = default;
-
-template <class C, class InIt>
-unsigned num_get<C, InIt>::facet_id() const {
-    return id;
-}
 
 template <class C, class InIt>
 unsigned num_get<C, InIt>::cget(void* context, bool advance) {

@@ -12,6 +12,8 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
+#include <utility>
 
 #include <zel/numconv.h>
 
@@ -78,6 +80,18 @@ struct array_source {
     static unsigned code(char c) noexcept { return static_cast<unsigned char>(c); }
     static unsigned code(unsigned short c) noexcept { return c; }
 };
+
+// A source may also give `decimal_run(c, value, max)`: it takes up to max
+// decimal digits from c on, each as next() would, adds them to value
+// (value * 10 + digit) and answers how many it took. The engines then skip
+// the work a digit that cannot overflow does not need; a source without it
+// goes one next() per digit.
+template <class Source, class = void>
+struct has_decimal_run : std::false_type {};
+template <class Source>
+struct has_decimal_run<Source, std::void_t<decltype(std::declval<Source&>().decimal_run(
+                                   std::declval<unsigned&>(), std::declval<std::uint64_t&>(), 0u))>>
+    : std::true_type {};
 
 // ---- Integer engine ------------------------------------------------------
 
@@ -164,6 +178,11 @@ int scan_integer(Source& src, unsigned radix, long flags, bool is_signed, std::u
         is_signed && radix == 10 ? (negative ? signed_max + 1 : signed_max) : all_bits;
     std::uint64_t value = 0;
     int error = 0;
+    // Eighteen decimal digits stay below 10^18, under every limit: they
+    // need no overflow test.
+    if constexpr (has_decimal_run<Source>::value)
+        if (radix == 10 && src.decimal_run(c, value, 18) != 0)
+            counted = true;
     for (;;) {
         unsigned const d = digit_value(c);
         if (d >= radix)

@@ -7,17 +7,6 @@
 
 namespace zel {
 
-namespace {
-
-// Resets the field width; most operations find it 0 already, and setting
-// it is a call.
-inline void reset_width(ios_base& io) noexcept {
-    if (io.width() != 0)
-        io.width(0);
-}
-
-} // namespace
-
 template <class C>
 basic_ostream<C>::basic_ostream(streambuf_type* buffer) : ios_type(buffer) {}
 
@@ -35,11 +24,6 @@ basic_ostream<C>& basic_ostream<C>::operator=(basic_ostream const& other) {
 
 template <class C>
 basic_ostream<C>::~basic_ostream() = default;
-
-template <class C>
-void basic_ostream<C>::set_bits(long bits) {
-    this->clear(this->rdstate() | bits);
-}
 
 template <class C>
 bool basic_ostream<C>::do_opfx() {
@@ -71,7 +55,7 @@ void basic_ostream<C>::do_flush() {
     // has nothing to flush either way.
     streambuf_type* b = this->rdbuf();
     if (!b || b->pubsync() == -1)
-        set_bits(ios_base::badbit);
+        this->add_state(ios_base::badbit);
 }
 
 template <class C>
@@ -85,7 +69,7 @@ basic_ostream<C>& basic_ostream<C>::put_text(C const* s, unsigned long n) {
         do_write(s, long(n));
     if (this->rdstate() == 0 && pad > 0 && on_left)
         do_write(this->fill(), pad);
-    reset_width(*this);
+    this->reset_width();
     return *this;
 }
 
@@ -138,42 +122,39 @@ basic_ostream<C>& basic_ostream<C>::do_put(void const* value, num_base::num_type
     } catch (...) {
         err |= ios_base::failbit;
     }
-    reset_width(*this);
-    set_bits(err);
+    this->reset_width();
+    this->add_state(err);
+    finish();
+    return *this;
+}
+
+// The two runs of do_write: `put` hands the n characters to the buffer and
+// answers how many it took.
+template <class C>
+template <class Put>
+basic_ostream<C>& basic_ostream<C>::write_run(long n, Put put) {
+    if (!do_opfx())
+        return *this;
+    long err = 0;
+    try {
+        if (put(this->rdbuf()) < n)
+            err |= ios_base::badbit;
+    } catch (...) {
+        err |= ios_base::failbit;
+    }
+    this->add_state(err);
     finish();
     return *this;
 }
 
 template <class C>
 basic_ostream<C>& basic_ostream<C>::do_write(C c, long n) {
-    if (!do_opfx())
-        return *this;
-    long err = 0;
-    try {
-        if (this->rdbuf()->sputn(c, n) < n)
-            err |= ios_base::badbit;
-    } catch (...) {
-        err |= ios_base::failbit;
-    }
-    set_bits(err);
-    finish();
-    return *this;
+    return write_run(n, [c, n](streambuf_type* b) { return b->sputn(c, n); });
 }
 
 template <class C>
 basic_ostream<C>& basic_ostream<C>::do_write(C const* s, long n) {
-    if (!do_opfx())
-        return *this;
-    long err = 0;
-    try {
-        if (this->rdbuf()->sputn(s, n) < n)
-            err |= ios_base::badbit;
-    } catch (...) {
-        err |= ios_base::failbit;
-    }
-    set_bits(err);
-    finish();
-    return *this;
+    return write_run(n, [s, n](streambuf_type* b) { return b->put_in_place(s, n) ? n : b->sputn(s, n); });
 }
 
 template <class C>
@@ -193,7 +174,7 @@ basic_ostream<C>& basic_ostream<C>::do_write(streambuf_type* from) {
                 c = from->sbumpc();
             } catch (...) {
                 // The source's failure is the caller's to see.
-                set_bits(ios_base::failbit);
+                this->add_state(ios_base::failbit);
                 throw;
             }
             if (c == eof)
@@ -212,7 +193,7 @@ basic_ostream<C>& basic_ostream<C>::do_write(streambuf_type* from) {
         if (copied == 0)
             err |= ios_base::failbit;
     }
-    set_bits(err);
+    this->add_state(err);
     finish();
     return *this;
 }

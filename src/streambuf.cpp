@@ -99,12 +99,7 @@ long basic_streambuf<C>::xsputn(C const* s, long n, bool advance) {
         return 0;
     if (advance && pptr_ && epptr_ - pptr_ >= n) {
         // All of it fits: one copy, no overflow.
-        if (n <= 16) {
-            for (long i = 0; i < n; ++i)
-                pptr_[i] = s[i];
-        } else {
-            std::memcpy(pptr_, s, std::size_t(n) * sizeof(C));
-        }
+        copy_run(pptr_, s, n);
         pptr_ += n;
         return n;
     }
@@ -114,13 +109,7 @@ long basic_streambuf<C>::xsputn(C const* s, long n, bool advance) {
             // A run that fits the put area goes in at once.
             long const room = long(epptr_ - pptr_);
             long const k = n - count < room ? n - count : room;
-            // Short runs (a separator, a number's text) are copied in line.
-            if (k <= 16) {
-                for (long i = 0; i < k; ++i)
-                    pptr_[i] = s[i];
-            } else {
-                std::memcpy(pptr_, s, std::size_t(k) * sizeof(C));
-            }
+            copy_run(pptr_, s, k);
             pptr_ += k;
             s += k;
             count += k;

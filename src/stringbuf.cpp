@@ -76,30 +76,35 @@ int basic_stringbuf<C>::overflow(int c) {
     long const g = long(this->gptr() - this->eback());
     long const e = long(this->egptr() - this->eback());
     long const w = long(this->pptr() - this->pbase());
-    unsigned const need = unsigned(w + 32);
-    // The put area ends 32 characters past what has been written, but the
-    // string itself grows geometrically: the characters past the put area
-    // are blanks no member shows until the area reaches them, and each
-    // growth then moves the string at most once for as many characters as
-    // it already holds.
+    unsigned const need = unsigned(w + window);
     if (str_.size() < need) {
+        // The put area ends `window` characters past what has been
+        // written, but the string itself grows geometrically, so each
+        // growth moves the string at most once for as many characters as
+        // it already holds. Only what the put area covers is kept: the
+        // characters past it are shown by no member until the area
+        // reaches them, and it fills them then, so they are neither
+        // filled nor blanked here (the string's tail is scratch).
         unsigned const size = str_.size();
         unsigned const room = str_.max_size();
         unsigned const grown = need < room && room - need > size ? need + size : need;
         // A buffer never raises: a string that cannot grow (its heap is
         // exhausted) stays as it was, and the write fails by end of file.
         try {
-            str_.resize(grown, C(' '));
+            str_.adopt(str_.engine()->mutate(grown)->terminate(grown));
         } catch (std::exception const&) {
             return base::eof();
         }
-        str_.unique();   // the grown string is private: this allocates nothing
     }
     C* d = const_cast<C*>(str_.data());
     this->setg(d, d + g, d + e);
     this->setp(d, d + need);
     this->pbump(w);
-    *this->pptr() = base::to_char(c);
+    // The new part of the put area: c, then blanks.
+    C* const p = this->pptr();
+    p[0] = base::to_char(c);
+    for (unsigned i = 1; i < window; ++i)
+        p[i] = C(' ');
     this->pbump(1);
     return c;
 }

@@ -92,6 +92,7 @@ TEST(IstreamNumbers, EndOfInputAndRefusedValues) {
         {"", ios_base::eofbit | ios_base::failbit, -99, -1},
         {"x1", ios_base::failbit, -99, 'x'},
         {"99999999999", ios_base::eofbit | ios_base::failbit, -99, -1},
+        {"00000000000000000000000012 ", 0, 12, ' '},
     };
     for (row const& r : rows) {
         zel::istringstream is(r.input);
@@ -252,7 +253,13 @@ TEST(IstreamDerived, AOneCharacterBufferReadsWhatAStringStreamReads) {
         for (int n = int(rng() % 8); n > 0; --n) {
             zel::ostringstream os;
             os.flags(rng() % 2 ? ios_base::scientific : 0);
-            if (rng() % 2)
+            // Runs of zeros and digit strings longer than any value: the
+            // reader takes long runs of digits in one step where it can.
+            if (rng() % 4 == 0)
+                os << zel::string(unsigned(rng() % 24), '0');
+            if (rng() % 5 == 0)
+                os << std::to_string(rng()).c_str() << std::to_string(rng() % 1000).c_str();
+            else if (rng() % 2)
                 os << zel_test::random_value<long long>(rng);
             else
                 os << zel_test::random_value<double>(rng, 80);

@@ -15,6 +15,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -182,6 +183,16 @@ TEST(LocaleCtype, AnswersFromTheTables) {
     EXPECT_EQ(text[0], 'A');
     EXPECT_EQ(text[3], 0xC9);
     EXPECT_EQ(text[4], 0x100);
+    EXPECT_EQ(w.tolower(text, end), end);
+    EXPECT_EQ(text[0], 'a');
+    EXPECT_EQ(text[3], 0xE9);
+    char narrow[5];
+    EXPECT_EQ(w.narrow(text, end, '?', narrow), end);
+    EXPECT_EQ(std::string(narrow, 5), std::string("a1 \xE9\0", 5));  // the low byte, no default
+    unsigned short wide[5];
+    EXPECT_EQ(w.widen(narrow, narrow + 5, wide), narrow + 5);
+    EXPECT_EQ(wide[3], 0xFFE9);
+    EXPECT_EQ(wide[1], '1');
 }
 
 // ---- number facets ----------------------------------------------------------

@@ -320,10 +320,40 @@ TEST(OstreamState, FailingBuffersSetBitsAndExceptionsMasksThrow) {
               "ios_base failure bit(s) set [bad fail]");
     EXPECT_EQ(os.rdstate(), ios_base::badbit);
 
+    // The state already holds a bit of the mask: every operation that ends
+    // in clear() throws again, after writing.
+    probe_buf eof_buf;
+    zel::ostream at_eof(&eof_buf);
+    at_eof.exceptions(ios_base::eofbit);
+    EXPECT_THROW(at_eof.clear(ios_base::eofbit), ios_base::failure);
+    EXPECT_THROW(at_eof << 42, ios_base::failure);
+    EXPECT_EQ(eof_buf.out, "42");
+
     zel::ostream none(nullptr);
     EXPECT_TRUE(none.bad());
     none << "x" << 1 << zel::flush;
     EXPECT_EQ(none.tellp(), -1);
+}
+
+// A string buffer that replaces xsputn: every text insertion reaches it,
+// a lone character too, although the library's own buffers take that one
+// in line.
+struct counting_buf : zel::stringbuf {
+    int calls = 0;
+
+protected:
+    long xsputn(char const* s, long n, bool advance) override {
+        ++calls;
+        return zel::stringbuf::xsputn(s, n, advance);
+    }
+};
+
+TEST(OstreamText, ADerivedBufferSeesEveryTextWrite) {
+    counting_buf buf;
+    zel::ostream os(&buf);
+    os << 'a' << "bc" << 'd' << zel::string("e");
+    EXPECT_EQ(buf.calls, 4);
+    EXPECT_EQ(text(buf.str()), "abcde");
 }
 
 TEST(OstreamUnformatted, PutWriteBufferCopyAndSeeking) {

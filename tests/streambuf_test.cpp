@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -308,6 +309,47 @@ TYPED_TEST(buffer_types, StringGrowth) {
     sb io(ios_base::in | ios_base::out);
     io.sputn(C('k'), 40);
     EXPECT_EQ(drain(io), std::string(40, 'k'));
+}
+
+// Seeded writes and put seeks beside a model of the put area: writing past
+// its end extends it to 32 blanks beyond what has been written. The runs go
+// on long enough for the string beneath to grow many times.
+TYPED_TEST(buffer_types, StringGrowthBesideAModel) {
+    using C = TypeParam;
+    using sb = zel::basic_stringbuf<C>;
+    using str = typename sb::string_type;
+    std::mt19937_64 rng(101);
+    for (int run = 0; run < 4; ++run) {
+        std::string area = run % 2 ? "start" : "";  // the put area's characters
+        long pos = 0;
+        sb b(text<str>(area.c_str()), ios_base::out);
+        for (int step = 0; step < 3000; ++step) {
+            unsigned const what = unsigned(rng() % 16);
+            if (what == 0) {
+                long const to = long(rng() % (area.size() + 2));
+                bool const ok = to <= long(area.size()) && !area.empty();
+                EXPECT_EQ(b.pubseekoff(to, ios_base::beg, ios_base::out), ok ? to : -1);
+                pos = ok ? to : pos;
+            } else {
+                C chars[40];
+                long const n = what == 1 ? long(rng() % 40) : 1;
+                for (long i = 0; i < n; ++i) {
+                    char const c = char('a' + rng() % 26);
+                    chars[i] = C(c);
+                    if (pos == long(area.size()))
+                        area.resize(area.size() + 32, ' ');
+                    area[std::size_t(pos++)] = c;
+                }
+                ASSERT_EQ(n == 1 ? long(b.sputc(chars[0]) == chars[0]) : b.sputn(chars, n), n);
+            }
+            if (step % 100 == 0 || step == 2999) {
+                ASSERT_TRUE(b.str() == text<str>(area.substr(0, std::size_t(pos)).c_str()));
+                EXPECT_EQ(b.pubseekoff(0, ios_base::end, ios_base::out), long(area.size()));
+                ASSERT_TRUE(b.str() == text<str>(area.c_str())) << step;
+                b.pubseekoff(pos, ios_base::beg, ios_base::out);
+            }
+        }
+    }
 }
 
 TYPED_TEST(buffer_types, StringSeeks) {

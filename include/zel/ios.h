@@ -160,6 +160,21 @@ public:
     // The private words, for tests and diagnostics.
     unsigned word_count() const noexcept { return nwords_; }
 
+protected:
+    // clear(rdstate() | bits), as every stream operation ends; the call is
+    // left out when it would only store the state it finds and throw
+    // nothing.
+    void add_state(long bits) {
+        long const s = state_ | bits;
+        if (s != state_ || (s & except_) != 0)
+            clear(s);
+    }
+    // Sets the width to 0; most operations find it 0 already.
+    void reset_width() noexcept {
+        if (width_ != 0)
+            width(0);
+    }
+
 private:
     // The number facets read the locale in place: a copy of it per value
     // would cost two atomic operations on its engine.
@@ -183,6 +198,15 @@ private:
 };
 
 // The iterator types of a character type's number facets.
+// The narrow streams' forms beside `char`: signed and unsigned characters,
+// arrays of them, and `unsigned short` as a number (on the wide streams it
+// is the character type). The output stream adds the const arrays.
+template <class C, class T>
+inline constexpr bool narrow_extra_form =
+    std::is_same_v<C, char> &&
+    (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> || std::is_same_v<T, signed char*> ||
+     std::is_same_v<T, unsigned char*> || std::is_same_v<T, unsigned short>);
+
 template <class C> struct ios_iterators;
 template <> struct ios_iterators<char> {
     using input = ibuf_iterator;

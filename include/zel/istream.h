@@ -62,11 +62,7 @@ class ZEL_API basic_istream : virtual public basic_ios<C> {
     using ios_type = basic_ios<C>;
     // The narrow stream's extra forms (see the extractor below).
     template <class T>
-    static constexpr bool narrow_extra =
-        std::is_same_v<C, char> &&
-        (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
-         std::is_same_v<T, signed char*> || std::is_same_v<T, unsigned char*> ||
-         std::is_same_v<T, unsigned short>);
+    static constexpr bool narrow_extra = narrow_extra_form<C, T>;
 
 public:
     using char_type = C;

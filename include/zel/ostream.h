@@ -43,11 +43,8 @@ class ZEL_API basic_ostream : virtual public basic_ios<C> {
     // The narrow stream's extra forms (see the inserter below).
     template <class T>
     static constexpr bool narrow_extra =
-        std::is_same_v<C, char> &&
-        (std::is_same_v<T, signed char> || std::is_same_v<T, unsigned char> ||
-         std::is_same_v<T, signed char const*> || std::is_same_v<T, unsigned char const*> ||
-         std::is_same_v<T, signed char*> || std::is_same_v<T, unsigned char*> ||
-         std::is_same_v<T, unsigned short>);
+        narrow_extra_form<C, T> || (std::is_same_v<C, char> && (std::is_same_v<T, signed char const*> ||
+                                                                std::is_same_v<T, unsigned char const*>));
     // The wide stream's narrow forms (see the inserter below).
     template <class T>
     static constexpr bool wide_extra =
@@ -71,7 +68,16 @@ public:
     ~basic_ostream() override;
 
     // --- characters and text: padded to the width, which is then 0 ---
-    basic_ostream& operator<<(C c) { return put_text(&c, 1); }
+    basic_ostream& operator<<(C c) {
+        // The common case in line: a clear state, no width, no tie, no
+        // unitbuf and room in one of the library's own buffers leave the
+        // general path nothing to do but store c.
+        basic_streambuf<C>* const b = this->rdbuf();
+        if (this->rdstate() == 0 && this->width() == 0 && this->tie() == nullptr &&
+            (this->flags() & ios_base::unitbuf) == 0 && b != nullptr && b->put_in_place(c))
+            return *this;
+        return put_text(&c, 1);
+    }
     basic_ostream& operator<<(C const* s) { return do_put(s, -1); }
     basic_ostream& operator<<(string_type const& s) { return do_put(s); }
     // The narrow stream's signed and unsigned char forms (characters and
@@ -170,8 +176,9 @@ protected:
 private:
     basic_ostream& put_text(C const* s, unsigned long n);
     basic_ostream& put_narrow(char const* s);
+    template <class Put>
+    basic_ostream& write_run(long n, Put put);
     void finish();
-    void set_bits(long bits);
 };
 
 ZEL_EXTERN_TEMPLATE(basic_ostream<char>);

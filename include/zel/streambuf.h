@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <typeinfo>
 
 #include <zel/config.h>
 #include <zel/ios.h>
@@ -149,6 +150,35 @@ private:
     // read characters that are already in the get area in place.
     friend class basic_obuf_iterator<C>;
     template <class, class> friend class num_get;
+    // The output stream hands a run that fits straight to the put area of
+    // the library's own buffers (see put_in_place).
+    friend class basic_ostream<C>;
+
+    // Whether the dynamic type is one of the library's own buffers, which
+    // keep the base xsputn (a derived class may replace it).
+    bool keeps_base_xsputn() const noexcept;
+    // What xsputn(s, n, true) does when the run fits the put area, done in
+    // place for a buffer that keeps the base xsputn; false, with nothing
+    // done, for any other buffer or a run that does not fit, which then
+    // takes the virtual call.
+    bool put_in_place(C const* s, long n) noexcept;
+    // Copies a run into the put area: short runs (a separator, a number's
+    // text) in line, long ones by memcpy.
+    static void copy_run(C* to, C const* from, long n) noexcept {
+        if (n <= 16) {
+            for (long i = 0; i < n; ++i)
+                to[i] = from[i];
+        } else {
+            std::memcpy(to, from, std::size_t(n) * sizeof(C));
+        }
+    }
+    // The same for one character.
+    bool put_in_place(C c) noexcept {
+        if (pptr_ == nullptr || pptr_ >= epptr_ || !keeps_base_xsputn())
+            return false;
+        *pptr_++ = c;
+        return true;
+    }
 
     locale loc_;
     C* pbase_;
@@ -291,9 +321,9 @@ template <> struct stringbuf_string<unsigned short> { using type = wstring; };
 // Growth: when the put area is full it is extended to what has been written
 // plus 32 blanks, and the new character takes the first of them. So 32
 // characters written and one more leave a put area of 64 characters, 33 of
-// them written and 31 still free. The string beneath grows geometrically
-// (its blanks past the put area are never shown), so writing n characters
-// costs time linear in n.
+// them written and 31 still free. The string beneath grows geometrically,
+// so writing n characters costs time linear in n; what lies in it past the
+// put area is never shown and becomes blanks only when the area reaches it.
 //
 // Kept behaviours: the get position can be sought anywhere below the end of
 // the readable text but never onto its end, the put position up to and onto
@@ -330,6 +360,9 @@ protected:
     int overflow(int c) override;
 
 private:
+    // How far past what has been written a grown put area ends.
+    static constexpr unsigned window = 32;
+
     void initbuf(string_base<C> const& s);
     long setipos(long off, ios_base::seekdir dir);
     long setopos(long off, ios_base::seekdir dir);
@@ -337,6 +370,23 @@ private:
     string_type str_;
     long mode_;
 };
+
+// The type test compares addresses: a copy of a type's record elsewhere
+// only sends the run the long way.
+template <class C>
+inline bool basic_streambuf<C>::keeps_base_xsputn() const noexcept {
+    std::type_info const* const t = &typeid(*this);
+    return t == &typeid(basic_stringbuf<C>) || t == &typeid(basic_filebuf<C>);
+}
+
+template <class C>
+inline bool basic_streambuf<C>::put_in_place(C const* s, long n) noexcept {
+    if (s == nullptr || n < 1 || pptr_ == nullptr || epptr_ - pptr_ < n || !keeps_base_xsputn())
+        return false;
+    copy_run(pptr_, s, n);
+    pptr_ += n;
+    return true;
+}
 
 ZEL_EXTERN_TEMPLATE(basic_stringbuf<char>);
 ZEL_EXTERN_TEMPLATE(basic_stringbuf<unsigned short>);

@@ -66,6 +66,8 @@ struct match_pair {
 
 class regex_base;
 class wregex_base;
+template <class C>
+class basic_stringbuf;
 
 // A position in a string: the string's address and an index, so it stays
 // valid while the string reallocates. The mutable form writes through at(),
@@ -513,6 +515,10 @@ public:
     unsigned read(std::FILE* stream, unsigned count = npos);
 
 protected:
+    // The string buffer grows its private string through the engine, so
+    // that characters no member can show are neither filled nor copied.
+    friend class basic_stringbuf<C>;
+
     // Takes the engine (a fresh one with refs 0, or a shared one).
     explicit string_base(engine_type* e) noexcept : e_(e) { e_->acquire(); }
     engine_type* engine() const noexcept { return e_; }
