@@ -93,13 +93,30 @@ nr_mutex::nr_mutex(nr_mutex const&) : mutex_base(), handle_(new_lock(false)) {}
 
 nr_mutex::~nr_mutex() { kernel::close_handle(handle_); }
 
-void nr_mutex::acquire() {
-    if (kernel::acquire_lock(handle_, kernel::infinite) == kernel::wait_failed)
+namespace {
+
+#if defined(__GNUC__)
+#  define ZEL_NOINLINE __attribute__((noinline))
+#else
+#  define ZEL_NOINLINE
+#endif
+
+// The wait when the lock was held; apart, so the uncontended path of
+// nr_mutex::acquire sets up no frame for the throw.
+ZEL_NOINLINE void wait_for_plain_lock(kernel::handle h) {
+    if (kernel::acquire_lock(h, kernel::infinite) == kernel::wait_failed)
         ZEL_THROW(sync_error("Wait operation failed"));
 }
 
-// Ignored (release_lock reports false) unless the caller is the owner.
-void nr_mutex::release() { kernel::release_lock(handle_); }
+} // namespace
+
+void nr_mutex::acquire() {
+    if (!kernel::take_free_plain_lock(handle_))
+        wait_for_plain_lock(handle_);
+}
+
+// Ignored (the lock reports false) unless the caller is the owner.
+void nr_mutex::release() { kernel::release_plain_lock(handle_); }
 
 bool nr_mutex::try_acquire(unsigned timeout) {
     if (timeout == 0)
