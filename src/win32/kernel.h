@@ -60,6 +60,15 @@ bool release_lock(handle lock) noexcept;
 bool take_free_plain_lock(handle lock) noexcept;
 bool release_plain_lock(handle lock) noexcept;
 
+// The same for a recursive lock, straight to its own steps without the
+// checks of the general calls: take_free_recursive_lock enters again when
+// the caller owns the lock, or takes it when it is free (a lock abandoned by
+// its previous owner is then simply owned, its report dropped); false when
+// another thread holds it. release_recursive_lock is release_lock for such
+// a lock. Handles from create_lock(true) only.
+bool take_free_recursive_lock(handle lock) noexcept;
+bool release_recursive_lock(handle lock) noexcept;
+
 // Waiting on a word, for objects that keep their state in one atomic word
 // (WaitOnAddress and WakeByAddressAll on Windows, a futex on Linux).
 // wait_on_address sleeps while `word` holds `expected` (it returns at once
@@ -127,6 +136,8 @@ bool terminate_thread(handle thread, std::uint32_t exit_code) noexcept;
 // The Win32 lock keeps its whole protocol behind its calls.
 inline bool take_free_plain_lock(handle) noexcept { return false; }
 inline bool release_plain_lock(handle lock) noexcept { return release_lock(lock); }
+inline bool take_free_recursive_lock(handle) noexcept { return false; }
+inline bool release_recursive_lock(handle lock) noexcept { return release_lock(lock); }
 
 #else
 

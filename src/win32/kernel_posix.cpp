@@ -772,14 +772,24 @@ void posix::wake_lock_sleeper(lock_head* m) noexcept {
     futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
 }
 
-bool release_lock(handle lock) noexcept {
-    auto* m = as<mutex_object, kind::mutex>(lock);
-    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
-        return false;
-    if (!m->recursive) {
-        unlock_word(m);
+bool take_free_recursive_lock(handle lock) noexcept {
+    auto* m = static_cast<mutex_object*>(static_cast<object*>(lock));
+    std::uint32_t const key = current_thread_id() & ~lock_sleepers;
+    std::uint32_t const seen = m->state.load(std::memory_order_relaxed);
+    if ((seen & ~lock_sleepers) == key) {
+        ++m->depth;
         return true;
     }
+    if (seen != 0 || !take(m, key, 0))
+        return false;
+    m->abandoned = false;
+    return true;
+}
+
+bool release_recursive_lock(handle lock) noexcept {
+    auto* m = static_cast<mutex_object*>(static_cast<object*>(lock));
+    if (owner_of(m) != (current_thread_id() & ~lock_sleepers))
+        return false;
     if (--m->depth != 0)
         return true;
     // Off the list and given back in one region, so that a thread ended at
@@ -788,6 +798,17 @@ bool release_lock(handle lock) noexcept {
     unlink_held(m);
     unlock_word(m);
     return true;
+}
+
+bool release_lock(handle lock) noexcept {
+    auto* m = as<mutex_object, kind::mutex>(lock);
+    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
+        return false;
+    if (!m->recursive) {
+        unlock_word(m);
+        return true;
+    }
+    return release_recursive_lock(m);
 }
 
 bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
