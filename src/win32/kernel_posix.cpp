@@ -780,8 +780,19 @@ bool take_free_recursive_lock(handle lock) noexcept {
         ++m->depth;
         return true;
     }
-    if (seen != 0 || !take(m, key, 0))
+    if (seen != 0)
         return false;
+    // take()'s steps for a recursive lock, without its tests.
+    kernel_region region;
+    if (single_threaded()) {
+        m->state.store(key, std::memory_order_relaxed);
+    } else {
+        std::uint32_t free = 0;
+        if (!m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                              std::memory_order_relaxed))
+            return false;
+    }
+    taken(m);
     m->abandoned = false;
     return true;
 }
