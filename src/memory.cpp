@@ -10,6 +10,12 @@
 
 #include "heap_support.h"
 
+#if defined(__GLIBC__)
+#  include <dlfcn.h>
+#  include <sys/auxv.h>
+#  define ZEL_HAVE_DLADDR 1
+#endif
+
 namespace zel {
 
 namespace {
@@ -26,12 +32,35 @@ void* global_new(std::size_t bytes) {
     }
 }
 
+// Whether the operator new that calls from this library reach is the
+// runtime's: defined in the same shared object as the runtime's
+// std::get_new_handler, and that object is not the program itself (a
+// program linked with a static runtime may replace operator new beside it).
+// Sanitizers and other interposers define their own, so the answer is false
+// under them. Only where the dynamic linker can say where a function lives.
+bool find_runtime_operator_new() noexcept {
+#if defined(ZEL_HAVE_DLADDR)
+    void* (*global)(std::size_t) = &::operator new;
+    std::new_handler (*query)() noexcept = &std::get_new_handler;
+    Dl_info allocator{}, runtime{}, program{};
+    if (!dladdr(reinterpret_cast<void*>(global), &allocator) ||
+        !dladdr(reinterpret_cast<void*>(query), &runtime) ||
+        !dladdr(reinterpret_cast<void*>(getauxval(AT_PHDR)), &program))
+        return false;
+    return allocator.dli_fbase == runtime.dli_fbase && allocator.dli_fbase != program.dli_fbase;
+#else
+    return false;
+#endif
+}
+
 char const std_heap_tag = 0;
 char const vector_heap_tag = 0;
 
 constexpr unsigned largest_block = 2147483647u;
 
 } // namespace
+
+bool detail::runtime_operator_new = find_runtime_operator_new();
 
 void detail::heap_exhausted() {
     ZEL_THROW(bad_alloc("bad allocation"));
@@ -52,7 +81,7 @@ void* detail::allocate_without_handler(std::size_t bytes, detail::on_failure pol
     // Put back before the result is looked at, on both paths.
     if (std::get_new_handler() == nullptr) {
         void* p = global_new(bytes);
-        if (std::get_new_handler() != nullptr)
+        if (!runtime_operator_new && std::get_new_handler() != nullptr)
             std::set_new_handler(nullptr);
         if (!p)
             heap_exhausted();

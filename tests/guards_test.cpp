@@ -6,6 +6,7 @@
 #include <zel/monitor.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -138,6 +139,26 @@ TEST(NrMutex, NotRecursiveAndOnlyTheOwnerReleases) {
     EXPECT_TRUE(other_thread_takes(m));
     EXPECT_TRUE(m.try_acquire(1));
     m.release();
+}
+
+// The uncontended paths are inline in the guards; a thread whose first
+// call into the library is an acquire has no id yet and goes the long way,
+// for a free lock and for one it must wait for.
+TEST(Mutex, AThreadsFirstCallTakesOrWaits) {
+    zel::nr_mutex nr;
+    zel::mutex m;
+    for (zel::guard* g : {static_cast<zel::guard*>(&nr), static_cast<zel::guard*>(&m)}) {
+        std::thread([g] { g->acquire(); g->release(); }).join();
+        g->acquire();
+        std::atomic<bool> took{false};
+        std::thread waiter([g, &took] { g->acquire(); took = true; g->release(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_FALSE(took.load());
+        g->release();
+        waiter.join();
+        EXPECT_TRUE(took.load());
+        EXPECT_TRUE(other_thread_takes(*g));
+    }
 }
 
 // The units a semaphore holds now, taken one by one.

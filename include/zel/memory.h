@@ -64,13 +64,22 @@ namespace detail {
 // for the call, and put back unless the call fails.
 ZEL_API void* allocate_past_handler(std::size_t bytes);
 
+// True when the global operator new this process calls is the C++
+// runtime's own, which never installs a new-handler (set once while the
+// library loads; false, the safe answer, before that and wherever it cannot
+// be told).
+extern ZEL_API bool runtime_operator_new;
+
 // The general heaps' allocation: the global operator new with the process's
 // new-handler removed for the call. Inline for the common case, where no
 // handler is installed: then there is none to remove, and the reinstall of
 // the null handler after a successful call only matters when one was
-// installed during it (by a replaced operator new or another thread), which
-// one look finds. Called on a heap of known type (a container's own heap
-// member), the whole allocation is inline.
+// installed during it. A replaced operator new can do that, and one look
+// afterwards finds it; the runtime's own cannot, so that look is skipped
+// (another thread's install during the call is overwritten or not as the
+// two calls happen to order, as it is with the look). Called on a heap of
+// known type (a container's own heap member), the whole allocation is
+// inline.
 inline void* heap_allocate(std::size_t bytes) {
     if (std::get_new_handler() != nullptr)
         return allocate_past_handler(bytes);
@@ -82,7 +91,7 @@ inline void* heap_allocate(std::size_t bytes) {
     }
     if (p == nullptr)
         heap_exhausted();  // not reinstalled on this path
-    if (std::get_new_handler() != nullptr)
+    if (!runtime_operator_new && std::get_new_handler() != nullptr)
         std::set_new_handler(nullptr);
     return p;
 }

@@ -37,6 +37,19 @@ bool wait_checked(kernel::handle h, unsigned timeout) {
     return r == kernel::wait_object_0 || r == kernel::wait_abandoned_0;
 }
 
+#if defined(__GNUC__)
+#  define ZEL_NOINLINE __attribute__((noinline))
+#else
+#  define ZEL_NOINLINE
+#endif
+
+// The wait when another thread holds the lock; apart, so the uncontended
+// paths of the acquires set up no frame for the throw.
+ZEL_NOINLINE void wait_for_lock(kernel::handle h) {
+    if (kernel::acquire_lock(h, kernel::infinite) == kernel::wait_failed)
+        ZEL_THROW(sync_error("Wait operation failed"));
+}
+
 } // namespace
 
 guard::~guard() = default;
@@ -58,13 +71,13 @@ mutex::mutex(mutex const&) : mutex_base(), handle_(new_lock(true)) {}
 
 mutex::~mutex() { kernel::close_handle(handle_); }
 
+// An abandoned mutex is simply owned now.
 void mutex::acquire() {
-    // An abandoned mutex is simply owned now.
-    if (kernel::acquire_lock(handle_, kernel::infinite) == kernel::wait_failed)
-        ZEL_THROW(sync_error("Wait operation failed"));
+    if (!kernel::take_free_recursive_lock(handle_))
+        wait_for_lock(handle_);
 }
 
-void mutex::release() { kernel::release_lock(handle_); }
+void mutex::release() { kernel::release_recursive_lock(handle_); }
 
 bool mutex::try_acquire(unsigned timeout) {
     if (timeout == 0)
@@ -94,12 +107,12 @@ nr_mutex::nr_mutex(nr_mutex const&) : mutex_base(), handle_(new_lock(false)) {}
 nr_mutex::~nr_mutex() { kernel::close_handle(handle_); }
 
 void nr_mutex::acquire() {
-    if (kernel::acquire_lock(handle_, kernel::infinite) == kernel::wait_failed)
-        ZEL_THROW(sync_error("Wait operation failed"));
+    if (!kernel::take_free_plain_lock(handle_))
+        wait_for_lock(handle_);
 }
 
-// Ignored (release_lock reports false) unless the caller is the owner.
-void nr_mutex::release() { kernel::release_lock(handle_); }
+// Ignored (the lock reports false) unless the caller is the owner.
+void nr_mutex::release() { kernel::release_plain_lock(handle_); }
 
 bool nr_mutex::try_acquire(unsigned timeout) {
     if (timeout == 0)

@@ -12,6 +12,9 @@
 
 #include <atomic>
 #include <cstdint>
+#if !defined(_WIN32) && __has_include(<sys/single_threaded.h>)
+#  include <sys/single_threaded.h>
+#endif
 
 namespace zel {
 namespace kernel {
@@ -48,6 +51,23 @@ bool release_mutex(handle mutex) noexcept;
 handle create_lock(bool recursive) noexcept;
 std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept;
 bool release_lock(handle lock) noexcept;
+
+// The uncontended paths of a lock that is not recursive, for the guards to
+// try before the calls above: take_free_plain_lock takes the lock when it is
+// free (false: the caller waits through acquire_lock); release_plain_lock is
+// release_lock for such a lock. Inline where the system's lock allows it, so
+// an nr_mutex pays no call into the kernel layer when nobody contends.
+bool take_free_plain_lock(handle lock) noexcept;
+bool release_plain_lock(handle lock) noexcept;
+
+// The same for a recursive lock, straight to its own steps without the
+// checks of the general calls: take_free_recursive_lock enters again when
+// the caller owns the lock, or takes it when it is free (a lock abandoned by
+// its previous owner is then simply owned, its report dropped); false when
+// another thread holds it. release_recursive_lock is release_lock for such
+// a lock. Handles from create_lock(true) only.
+bool take_free_recursive_lock(handle lock) noexcept;
+bool release_recursive_lock(handle lock) noexcept;
 
 // Waiting on a word, for objects that keep their state in one atomic word
 // (WaitOnAddress and WakeByAddressAll on Windows, a futex on Linux).
@@ -110,6 +130,103 @@ std::uint32_t suspend_thread(handle thread) noexcept;
 std::uint32_t resume_thread(handle thread) noexcept;
 // Ends the thread at once, without running any more of its code.
 bool terminate_thread(handle thread, std::uint32_t exit_code) noexcept;
+
+#if defined(_WIN32)
+
+// The Win32 lock keeps its whole protocol behind its calls.
+inline bool take_free_plain_lock(handle) noexcept { return false; }
+inline bool release_plain_lock(handle lock) noexcept { return release_lock(lock); }
+inline bool take_free_recursive_lock(handle) noexcept { return false; }
+inline bool release_recursive_lock(handle lock) noexcept { return release_lock(lock); }
+
+#else
+
+// The POSIX emulation's object header and the head of its lock, declared
+// here only for the inline paths below; nothing outside the emulation reads
+// them otherwise.
+namespace posix {
+
+enum class kind : unsigned char { mutex, semaphore, event, thread };
+
+struct object {
+    explicit object(kind k) noexcept : type(k) {}
+    kind type;
+};
+
+// The top bit of a lock word: threads may sleep on it, so its release wakes
+// one. The other bits are the owner's thread id (ids never have them all 0).
+constexpr std::uint32_t lock_sleepers = 0x80000000u;
+
+struct lock_head : object {
+    explicit lock_head(bool r) noexcept : object(kind::mutex), recursive(r) {}
+    // The futex word: the owner's id and the sleepers bit, 0 when free.
+    std::atomic<std::uint32_t> state{0};
+    bool const recursive;
+};
+
+// The calling thread's id once it has one (0 before its first look).
+// Initial-exec TLS: one instruction per access, no wrapper call.
+extern __thread std::uint32_t current_id __attribute__((tls_model("initial-exec")));
+
+// While the process has only ever had one thread, nobody else can touch a
+// lock word, and plain loads and stores take the place of the locked
+// instructions (as the C library does for its own mutexes). Once a second
+// thread has started the C library never reports one thread again.
+inline bool single_threaded() noexcept {
+#if __has_include(<sys/single_threaded.h>)
+    return __libc_single_threaded != 0;
+#else
+    return false;
+#endif
+}
+
+// Wakes one thread sleeping on the word. Out of line: only a contended
+// release reaches it.
+void wake_lock_sleeper(lock_head* m) noexcept;
+
+inline lock_head* lock_of(handle lock) noexcept {
+    return static_cast<lock_head*>(static_cast<object*>(lock));
+}
+
+} // namespace posix
+
+// One compare-exchange: a lock that is not recursive is on no thread's list
+// of held locks, so nothing else needs doing or protecting from an
+// interruption. A thread without an id yet gets one in acquire_lock, with a
+// time-out of 0 (a single try). A handle from create_lock(false) only.
+inline bool take_free_plain_lock(handle lock) noexcept {
+    std::uint32_t const id = posix::current_id;
+    if (id == 0)
+        return acquire_lock(lock, 0) == wait_object_0;
+    posix::lock_head* m = posix::lock_of(lock);
+    if (posix::single_threaded()) {
+        if (m->state.load(std::memory_order_relaxed) != 0)
+            return false;  // held by this very thread: it waits for ever
+        m->state.store(id & ~posix::lock_sleepers, std::memory_order_relaxed);
+        return true;
+    }
+    std::uint32_t free = 0;
+    return m->state.compare_exchange_strong(free, id & ~posix::lock_sleepers,
+                                            std::memory_order_acquire, std::memory_order_relaxed);
+}
+
+// Only the owner gives the word back; a sleeper is woken when the bit says
+// there may be one. Nothing of the lock is read after the exchange, since its
+// next owner may close it at once. A thread without an id owns nothing.
+inline bool release_plain_lock(handle lock) noexcept {
+    posix::lock_head* m = posix::lock_of(lock);
+    std::uint32_t const id = posix::current_id;
+    if (id == 0 ||
+        (m->state.load(std::memory_order_relaxed) & ~posix::lock_sleepers) != (id & ~posix::lock_sleepers))
+        return false;
+    if (posix::single_threaded())
+        m->state.store(0, std::memory_order_relaxed);
+    else if (m->state.exchange(0, std::memory_order_release) & posix::lock_sleepers)
+        posix::wake_lock_sleeper(m);
+    return true;
+}
+
+#endif
 
 } // namespace kernel
 } // namespace zel

@@ -33,15 +33,12 @@
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-#if __has_include(<sys/single_threaded.h>)
-#  include <sys/single_threaded.h>
-#  define ZEL_SINGLE_THREADED() (__libc_single_threaded != 0)
-#else
-#  define ZEL_SINGLE_THREADED() false
-#endif
 
 namespace zel {
 namespace kernel {
+
+// Shared with kernel.h's inline lock paths.
+__thread std::uint32_t posix::current_id __attribute__((tls_model("initial-exec"))) = 0;
 
 namespace {
 
@@ -105,22 +102,15 @@ void cond_wait(pthread_cond_t* cond, pthread_mutex_t* lock, deadline const* limi
 // ---------------------------------------------------------------------------
 // Objects
 
-enum class kind : unsigned char { mutex, semaphore, event, thread };
+// The object header, the lock word and its sleepers bit are in kernel.h,
+// for the guards' inline paths.
+using posix::kind;
+using posix::object;
+using posix::lock_sleepers;
+using posix::current_id;
 
-struct object {
-    explicit object(kind k) noexcept : type(k) {}
-    kind type;
-};
-
-// The top bit of a lock word: threads may sleep on it, so its release wakes
-// one. The other bits are the owner's thread id (ids never have them all 0).
-constexpr std::uint32_t lock_sleepers = 0x80000000u;
-
-struct mutex_object : object {
-    explicit mutex_object(bool r) noexcept : object(kind::mutex), recursive(r) {}
-    // The futex word: the owner's id and the sleepers bit, 0 when free.
-    std::atomic<std::uint32_t> state{0};
-    bool const recursive;
+struct mutex_object : posix::lock_head {
+    explicit mutex_object(bool r) noexcept : lock_head(r) {}
     // The rest belongs to the owner (or to whoever abandons the lock for an
     // owner that ended): its acquisitions, whether the previous owner ended
     // holding it, and its place on the owner's list of held locks.
@@ -277,7 +267,6 @@ void release_reference(thread_object* t) noexcept {
 #  define ZEL_FAST_TLS
 #endif
 
-thread_local std::uint32_t current_id ZEL_FAST_TLS = 0;
 thread_local thread_object* current_thread ZEL_FAST_TLS = nullptr;
 // How deep the current thread is inside this emulation's own locks.
 thread_local unsigned kernel_depth ZEL_FAST_TLS = 0;
@@ -508,11 +497,7 @@ std::uint32_t owner_of(mutex_object const* m) noexcept {
     return m->state.load(std::memory_order_relaxed) & ~lock_sleepers;
 }
 
-// While the process has only ever had one thread, nobody else can touch a
-// lock word, and plain loads and stores take the place of the locked
-// instructions (as the C library does for its own mutexes). Once a second
-// thread has started the C library never reports one thread again.
-bool single_threaded() noexcept { return ZEL_SINGLE_THREADED(); }
+using posix::single_threaded;  // see kernel.h
 
 // Gives the word back and wakes one sleeper if the bit says there may be
 // one. Nothing of m is read after the exchange, since its next owner may
@@ -783,14 +768,39 @@ std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept {
     return wait_object_0;
 }
 
-bool release_lock(handle lock) noexcept {
-    auto* m = as<mutex_object, kind::mutex>(lock);
-    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
-        return false;
-    if (!m->recursive) {
-        unlock_word(m);
+void posix::wake_lock_sleeper(lock_head* m) noexcept {
+    futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+}
+
+bool take_free_recursive_lock(handle lock) noexcept {
+    auto* m = static_cast<mutex_object*>(static_cast<object*>(lock));
+    std::uint32_t const key = current_thread_id() & ~lock_sleepers;
+    std::uint32_t const seen = m->state.load(std::memory_order_relaxed);
+    if ((seen & ~lock_sleepers) == key) {
+        ++m->depth;
         return true;
     }
+    if (seen != 0)
+        return false;
+    // take()'s steps for a recursive lock, without its tests.
+    kernel_region region;
+    if (single_threaded()) {
+        m->state.store(key, std::memory_order_relaxed);
+    } else {
+        std::uint32_t free = 0;
+        if (!m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                              std::memory_order_relaxed))
+            return false;
+    }
+    taken(m);
+    m->abandoned = false;
+    return true;
+}
+
+bool release_recursive_lock(handle lock) noexcept {
+    auto* m = static_cast<mutex_object*>(static_cast<object*>(lock));
+    if (owner_of(m) != (current_thread_id() & ~lock_sleepers))
+        return false;
     if (--m->depth != 0)
         return true;
     // Off the list and given back in one region, so that a thread ended at
@@ -799,6 +809,17 @@ bool release_lock(handle lock) noexcept {
     unlink_held(m);
     unlock_word(m);
     return true;
+}
+
+bool release_lock(handle lock) noexcept {
+    auto* m = as<mutex_object, kind::mutex>(lock);
+    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
+        return false;
+    if (!m->recursive) {
+        unlock_word(m);
+        return true;
+    }
+    return release_recursive_lock(m);
 }
 
 bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
