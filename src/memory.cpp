@@ -45,7 +45,8 @@ bool find_runtime_operator_new() noexcept {
     Dl_info allocator{}, runtime{}, program{};
     if (!dladdr(reinterpret_cast<void*>(global), &allocator) ||
         !dladdr(reinterpret_cast<void*>(query), &runtime) ||
-        !dladdr(reinterpret_cast<void*>(getauxval(AT_PHDR)), &program))
+        // The program's headers: the kernel passes their address as a number.
+        !dladdr(reinterpret_cast<void*>(getauxval(AT_PHDR)), &program))  // NOLINT(performance-no-int-to-ptr)
         return false;
     return allocator.dli_fbase == runtime.dli_fbase && allocator.dli_fbase != program.dli_fbase;
 #else
