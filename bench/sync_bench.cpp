@@ -9,6 +9,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <thread>
+#include <type_traits>
 
 #include <benchmark/benchmark.h>
 
@@ -50,49 +51,29 @@ BENCHMARK(BM_zel_nr_mutex);
 void BM_std_mutex(benchmark::State& state) { std_pairs<std::mutex>(state); }
 BENCHMARK(BM_std_mutex);
 
-// Two threads taking turns on one lock with a short critical section.
-zel::mutex contended_zel;
-std::recursive_mutex contended_std;
+// Two threads taking turns on one lock with a short critical section. The
+// zel lock is called on its own type, as the std one is.
 long contended_counter = 0;
 
-void BM_zel_mutex_contended(benchmark::State& state) {
+template <class Lock>
+void BM_contended(benchmark::State& state) {
+    static Lock lock;
     for (auto _ : state) {
-        contended_zel.acquire();
+        if constexpr (std::is_base_of_v<zel::guard, Lock>)
+            lock.acquire();
+        else
+            lock.lock();
         benchmark::DoNotOptimize(++contended_counter);
-        contended_zel.release();
+        if constexpr (std::is_base_of_v<zel::guard, Lock>)
+            lock.release();
+        else
+            lock.unlock();
     }
 }
-BENCHMARK(BM_zel_mutex_contended)->Threads(2)->UseRealTime();
-
-void BM_std_recursive_mutex_contended(benchmark::State& state) {
-    for (auto _ : state) {
-        contended_std.lock();
-        benchmark::DoNotOptimize(++contended_counter);
-        contended_std.unlock();
-    }
-}
-BENCHMARK(BM_std_recursive_mutex_contended)->Threads(2)->UseRealTime();
-
-zel::nr_mutex contended_zel_nr;
-std::mutex contended_std_nr;
-
-void BM_zel_nr_mutex_contended(benchmark::State& state) {
-    for (auto _ : state) {
-        contended_zel_nr.acquire();
-        benchmark::DoNotOptimize(++contended_counter);
-        contended_zel_nr.release();
-    }
-}
-BENCHMARK(BM_zel_nr_mutex_contended)->Threads(2)->UseRealTime();
-
-void BM_std_mutex_contended(benchmark::State& state) {
-    for (auto _ : state) {
-        contended_std_nr.lock();
-        benchmark::DoNotOptimize(++contended_counter);
-        contended_std_nr.unlock();
-    }
-}
-BENCHMARK(BM_std_mutex_contended)->Threads(2)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_contended, zel::mutex)->Threads(2)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_contended, std::recursive_mutex)->Threads(2)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_contended, zel::nr_mutex)->Threads(2)->UseRealTime();
+BENCHMARK_TEMPLATE(BM_contended, std::mutex)->Threads(2)->UseRealTime();
 
 // A monitor shared by a writer and a reader, each with a short critical
 // section, beside std::shared_mutex.
