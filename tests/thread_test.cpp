@@ -1,6 +1,7 @@
 // Threads: the status through start, exit, wait and restart, the misuse
 // texts, suspension of a counting thread, termination (also inside a wait),
 // starts behind a gateway, and callback threads.
+#include <zel/exception.h>
 #include <zel/guards.h>
 #include <zel/thread.h>
 
@@ -178,6 +179,47 @@ TEST(Thread, TerminatedThreadHoldingAMutexAbandonsIt) {
     expect_sync_error([&] { m.try_acquire(patience_ms); }, "abandoned mutex",
                       "src/win32/guards.cpp");
     m.release();
+}
+
+// Ended at any point of its lock calls (taking, recursing, releasing, asleep
+// on the word), a thread leaves the mutex free or abandoned, never held, and
+// a thread still contending keeps its turn.
+TEST(Thread, TerminatedAnywhereInItsLockCallsLeavesTheMutexUsable) {
+    struct churner : zel::thread {
+        explicit churner(zel::mutex& mx) : m(mx) {}
+        void run() override {
+            for (;;) {
+                m.acquire();
+                m.acquire();
+                count.fetch_add(1, std::memory_order_relaxed);
+                m.release();
+                m.release();
+            }
+        }
+        zel::mutex& m;
+        std::atomic<long> count{0};
+    };
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE(round);
+        zel::mutex m;
+        churner ended(m);
+        churner going_on(m);
+        ended.start();
+        going_on.start();
+        ASSERT_TRUE(eventually([&] { return ended.count > round % 5 && going_on.count > 0; }));
+        ended.terminate();
+        long const before = going_on.count;
+        EXPECT_TRUE(eventually([&] { return going_on.count > before + 100; }));
+        going_on.terminate();
+        bool taken = false;
+        try {
+            taken = m.try_acquire(patience_ms);
+        } catch (zel::xexception const&) {
+            taken = true;  // abandoned: owned all the same
+        }
+        ASSERT_TRUE(taken);
+        m.release();
+    }
 }
 
 TEST(Thread, TerminatedWhileWaitingLeavesTheGatewayUsable) {

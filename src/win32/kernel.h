@@ -162,11 +162,23 @@ struct lock_head : object {
     // The futex word: the owner's id and the sleepers bit, 0 when free.
     std::atomic<std::uint32_t> state{0};
     bool const recursive;
+    // A recursive lock's own: the owner's acquisitions, and whether its
+    // previous owner ended holding it. Written by the owner, or by the end
+    // of a thread that owned it, before the word is given back.
+    bool abandoned = false;
+    unsigned depth = 0;
 };
 
 // The calling thread's id once it has one (0 before its first look).
 // Initial-exec TLS: one instruction per access, no wrapper call.
 extern __thread std::uint32_t current_id __attribute__((tls_model("initial-exec")));
+
+// How many recursive locks the calling thread may hold: never fewer than it
+// does, since it counts one up before it takes a word and down only after it
+// has given one back. Its end looks for locks left held only when this is
+// not 0, so a thread ended anywhere in a take or release leaves none behind,
+// and the lock paths keep no list.
+extern __thread unsigned recursive_held __attribute__((tls_model("initial-exec")));
 
 // While the process has only ever had one thread, nobody else can touch a
 // lock word, and plain loads and stores take the place of the locked
@@ -188,41 +200,103 @@ inline lock_head* lock_of(handle lock) noexcept {
     return static_cast<lock_head*>(static_cast<object*>(lock));
 }
 
+// The owner part of a word or an id.
+inline std::uint32_t owner_key(std::uint32_t word) noexcept { return word & ~lock_sleepers; }
+
+// Takes the word for `key` when it is free: one compare-exchange.
+inline bool claim_word(lock_head* m, std::uint32_t key) noexcept {
+    if (single_threaded()) {
+        if (m->state.load(std::memory_order_relaxed) != 0)
+            return false;  // held by this very thread
+        m->state.store(key, std::memory_order_relaxed);
+        return true;
+    }
+    std::uint32_t free = 0;
+    return m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+                                            std::memory_order_relaxed);
+}
+
+// Gives the word back and wakes a sleeper when the bit says there may be
+// one. Nothing of the lock is read after the exchange, since its next owner
+// may close it at once; a wake on a word that has gone wakes nobody of ours.
+inline void give_back_word(lock_head* m) noexcept {
+    if (single_threaded())
+        m->state.store(0, std::memory_order_relaxed);
+    else if (m->state.exchange(0, std::memory_order_release) & lock_sleepers)
+        wake_lock_sleeper(m);
+}
+
+// True when the calling thread owns the lock; a thread without an id yet
+// owns nothing.
+inline bool owned_by_caller(lock_head const* m) noexcept {
+    std::uint32_t const id = current_id;
+    return id != 0 && owner_key(m->state.load(std::memory_order_relaxed)) == owner_key(id);
+}
+
+// A recursive take of a free word, counted before it and uncounted when it
+// fails, so that an end at any point leaves the count no lower than the
+// locks held. The signal fences keep the compiler from moving the count
+// past the word's change.
+inline bool claim_recursive(lock_head* m, std::uint32_t key) noexcept {
+    ++recursive_held;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (!claim_word(m, key)) {
+        std::atomic_signal_fence(std::memory_order_seq_cst);
+        --recursive_held;
+        return false;
+    }
+    m->depth = 1;
+    return true;
+}
+
 } // namespace posix
 
-// One compare-exchange: a lock that is not recursive is on no thread's list
-// of held locks, so nothing else needs doing or protecting from an
-// interruption. A thread without an id yet gets one in acquire_lock, with a
-// time-out of 0 (a single try). A handle from create_lock(false) only.
+// One compare-exchange. A thread without an id yet gets one in acquire_lock,
+// with a time-out of 0 (a single try). A handle from create_lock(false) only.
 inline bool take_free_plain_lock(handle lock) noexcept {
     std::uint32_t const id = posix::current_id;
     if (id == 0)
         return acquire_lock(lock, 0) == wait_object_0;
-    posix::lock_head* m = posix::lock_of(lock);
-    if (posix::single_threaded()) {
-        if (m->state.load(std::memory_order_relaxed) != 0)
-            return false;  // held by this very thread: it waits for ever
-        m->state.store(id & ~posix::lock_sleepers, std::memory_order_relaxed);
-        return true;
-    }
-    std::uint32_t free = 0;
-    return m->state.compare_exchange_strong(free, id & ~posix::lock_sleepers,
-                                            std::memory_order_acquire, std::memory_order_relaxed);
+    return posix::claim_word(posix::lock_of(lock), posix::owner_key(id));
 }
 
-// Only the owner gives the word back; a sleeper is woken when the bit says
-// there may be one. Nothing of the lock is read after the exchange, since its
-// next owner may close it at once. A thread without an id owns nothing.
+// Only the owner gives the word back.
 inline bool release_plain_lock(handle lock) noexcept {
     posix::lock_head* m = posix::lock_of(lock);
-    std::uint32_t const id = posix::current_id;
-    if (id == 0 ||
-        (m->state.load(std::memory_order_relaxed) & ~posix::lock_sleepers) != (id & ~posix::lock_sleepers))
+    if (!posix::owned_by_caller(m))
         return false;
-    if (posix::single_threaded())
-        m->state.store(0, std::memory_order_relaxed);
-    else if (m->state.exchange(0, std::memory_order_release) & posix::lock_sleepers)
-        posix::wake_lock_sleeper(m);
+    posix::give_back_word(m);
+    return true;
+}
+
+inline bool take_free_recursive_lock(handle lock) noexcept {
+    std::uint32_t const id = posix::current_id;
+    if (id == 0) {
+        std::uint32_t const r = acquire_lock(lock, 0);
+        return r == wait_object_0 || r == wait_abandoned_0;
+    }
+    posix::lock_head* m = posix::lock_of(lock);
+    std::uint32_t const key = posix::owner_key(id);
+    std::uint32_t const seen = m->state.load(std::memory_order_relaxed);
+    if (posix::owner_key(seen) == key) {
+        ++m->depth;
+        return true;
+    }
+    if (seen != 0 || !posix::claim_recursive(m, key))
+        return false;
+    m->abandoned = false;
+    return true;
+}
+
+inline bool release_recursive_lock(handle lock) noexcept {
+    posix::lock_head* m = posix::lock_of(lock);
+    if (!posix::owned_by_caller(m))
+        return false;
+    if (--m->depth != 0)
+        return true;
+    posix::give_back_word(m);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    --posix::recursive_held;
     return true;
 }
 

@@ -4,9 +4,10 @@
 //
 //   mutex      the library's own lock: a word holding the owner's id, taken
 //              by one compare-exchange, with a futex wait under contention.
-//              Each thread keeps a list of the recursive locks it holds; the
-//              list is walked when the thread ends or is terminated, so that
-//              the next taker of such a lock learns it was abandoned;
+//              Every recursive lock is on one registry; a thread that ends or
+//              is terminated while its count of held locks is not 0 walks it
+//              and gives back the locks whose word names it, so that their
+//              next taker learns they were abandoned;
 //   semaphore  an atomic count with a lock-free fast path, and a pthread
 //              mutex and condition for the threads that must sleep;
 //   event      a list of waiting threads; a pulse hands itself to the threads
@@ -39,6 +40,7 @@ namespace kernel {
 
 // Shared with kernel.h's inline lock paths.
 __thread std::uint32_t posix::current_id __attribute__((tls_model("initial-exec"))) = 0;
+__thread unsigned posix::recursive_held __attribute__((tls_model("initial-exec"))) = 0;
 
 namespace {
 
@@ -111,11 +113,7 @@ using posix::current_id;
 
 struct mutex_object : posix::lock_head {
     explicit mutex_object(bool r) noexcept : lock_head(r) {}
-    // The rest belongs to the owner (or to whoever abandons the lock for an
-    // owner that ended): its acquisitions, whether the previous owner ended
-    // holding it, and its place on the owner's list of held locks.
-    unsigned depth = 0;
-    bool abandoned = false;
+    // A recursive lock's place on the registry, under registry_lock.
     mutex_object* prev = nullptr;
     mutex_object* next = nullptr;
 };
@@ -271,11 +269,14 @@ thread_local thread_object* current_thread ZEL_FAST_TLS = nullptr;
 // How deep the current thread is inside this emulation's own locks.
 thread_local unsigned kernel_depth ZEL_FAST_TLS = 0;
 
-// The recursive locks this thread holds, newest first, and the lock it
-// sleeps on, if any. Only the owning thread changes them.
-thread_local mutex_object* held_locks ZEL_FAST_TLS = nullptr;
+// The lock this thread sleeps on, if any.
 thread_local mutex_object* sleeping_on ZEL_FAST_TLS = nullptr;
-thread_local bool held_walk_armed ZEL_FAST_TLS = false;
+
+// Every recursive lock, so that the end of a thread can find the ones it
+// holds. Plain data: a thread that ends during the program's exit may still
+// walk it after static objects are gone.
+pthread_mutex_t registry_lock = PTHREAD_MUTEX_INITIALIZER;
+mutex_object* registry = nullptr;
 
 std::atomic<std::uint32_t> last_id{0};
 
@@ -492,41 +493,31 @@ long futex(std::atomic<std::uint32_t>* word, int op, std::uint32_t value,
                    nullptr, 0);
 }
 
-// The owner part of a lock word.
-std::uint32_t owner_of(mutex_object const* m) noexcept {
-    return m->state.load(std::memory_order_relaxed) & ~lock_sleepers;
-}
-
+using posix::owner_key;
 using posix::single_threaded;  // see kernel.h
 
-// Gives the word back and wakes one sleeper if the bit says there may be
-// one. Nothing of m is read after the exchange, since its next owner may
-// close it at once; a wake on a word that has gone wakes nobody of ours.
-void unlock_word(mutex_object* m) noexcept {
-    if (single_threaded()) {
-        m->state.store(0, std::memory_order_relaxed);
-        return;
-    }
-    if (m->state.exchange(0, std::memory_order_release) & lock_sleepers)
-        futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
+// The owner part of a lock word.
+std::uint32_t owner_of(mutex_object const* m) noexcept {
+    return owner_key(m->state.load(std::memory_order_relaxed));
 }
 
-void link_held(mutex_object* m) noexcept {
-    // The list is read forward from its head; the head moves last, so a walk
-    // after an interruption anywhere here finds a consistent chain.
-    m->prev = nullptr;
-    m->next = held_locks;
-    if (held_locks)
-        held_locks->prev = m;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    held_locks = m;
+// Registry changes run in a region, so that no thread stops or ends holding
+// registry_lock.
+void register_lock(mutex_object* m) noexcept {
+    pthread_mutex_lock(&registry_lock);
+    m->next = registry;
+    if (registry)
+        registry->prev = m;
+    registry = m;
+    pthread_mutex_unlock(&registry_lock);
 }
 
-void unlink_held(mutex_object* m) noexcept {
-    (m->prev ? m->prev->next : held_locks) = m->next;
-    std::atomic_signal_fence(std::memory_order_seq_cst);
+void unregister_lock(mutex_object* m) noexcept {
+    pthread_mutex_lock(&registry_lock);
+    (m->prev ? m->prev->next : registry) = m->next;
     if (m->next)
         m->next->prev = m->prev;
+    pthread_mutex_unlock(&registry_lock);
 }
 
 struct held_walker {
@@ -534,48 +525,37 @@ struct held_walker {
     void arm() noexcept {}
 };
 
-// Threads the library did not start walk their list at their end through
-// this thread-local object, made on their first recursive lock.
+// Threads the library did not start walk the registry at their end through
+// this thread-local object, made when they get their id.
 thread_local held_walker walker_at_exit;
-
-ZEL_COLD void arm_walker() noexcept {
-    held_walk_armed = true;
-    walker_at_exit.arm();
-}
 
 // The current thread is ending: every recursive lock it still holds passes
 // to its next taker as abandoned. A thread that ends on its way out of a
 // sleep on a lock may have taken the wake meant for the next taker, so that
 // lock gets one more.
 void abandon_held_locks() noexcept {
-    for (mutex_object* m = held_locks; m;) {
-        mutex_object* next = m->next;  // read before another owner relinks m
-        m->depth = 0;
-        m->abandoned = true;
-        unlock_word(m);
-        m = next;
+    if (posix::recursive_held != 0) {
+        std::uint32_t const key = owner_key(current_id);
+        pthread_mutex_lock(&registry_lock);
+        for (mutex_object* m = registry; m; m = m->next)
+            if (owner_of(m) == key) {
+                m->depth = 0;
+                m->abandoned = true;
+                posix::give_back_word(m);
+            }
+        pthread_mutex_unlock(&registry_lock);
+        posix::recursive_held = 0;
     }
-    held_locks = nullptr;
     if (mutex_object* m = sleeping_on) {
         sleeping_on = nullptr;
         futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
     }
 }
 
-// Called in the region that took m.
-void taken(mutex_object* m) noexcept {
-    if (!m->recursive)
-        return;
-    m->depth = 1;
-    if (!held_walk_armed)
-        arm_walker();
-    link_held(m);
-}
-
 // The contended path: sleeps on the word until it is free and taken, or the
-// time runs out. The sleep itself is outside any region, so a suspension or
-// termination reaches a sleeping thread at once; the take and the link to
-// the held list are one region. Out of line, to keep the fast path short.
+// time runs out. Nothing here runs in a region, so a suspension or
+// termination reaches a sleeping thread at once. Out of line, to keep the
+// fast path short.
 ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
     // Only a timed wait needs the clock.
     timespec limit{};
@@ -586,13 +566,11 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
     for (;;) {
         std::uint32_t seen = m->state.load(std::memory_order_relaxed);
         if (seen == 0) {
-            kernel_region region;
             // Taken with the bit set: others may still sleep here.
-            if (m->state.compare_exchange_strong(seen, key | lock_sleepers,
-                                                 std::memory_order_acquire,
-                                                 std::memory_order_relaxed)) {
+            if (m->recursive ? posix::claim_recursive(m, key | lock_sleepers)
+                             : posix::claim_word(m, key | lock_sleepers)) {
+                std::atomic_signal_fence(std::memory_order_seq_cst);
                 sleeping_on = nullptr;
-                taken(m);
                 return true;
             }
             continue;
@@ -621,36 +599,10 @@ ZEL_COLD bool take_slow(mutex_object* m, std::uint32_t key, std::uint32_t timeou
     return false;
 }
 
-// Takes m for the caller within `timeout`; true when taken. A suspension or
-// termination that arrives while the word and the held list change waits
-// until both have.
+// Takes m for the caller within `timeout`; true when taken.
 bool take(mutex_object* m, std::uint32_t key, std::uint32_t timeout) noexcept {
-    // A lock that is not recursive is on no list: its take is the one
-    // compare-exchange, which nothing can interrupt half-way.
-    if (!m->recursive && !single_threaded()) {
-        std::uint32_t free = 0;
-        if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
-                                             std::memory_order_relaxed))
-            return true;
-        return timeout != 0 && take_slow(m, key, timeout);
-    }
-    {
-        kernel_region region;
-        if (single_threaded()) {
-            if (m->state.load(std::memory_order_relaxed) == 0) {
-                m->state.store(key, std::memory_order_relaxed);
-                taken(m);
-                return true;
-            }
-            // Held by this very thread: its lock is not recursive.
-        }
-        std::uint32_t free = 0;
-        if (m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
-                                             std::memory_order_relaxed)) {
-            taken(m);
-            return true;
-        }
-    }
+    if (m->recursive ? posix::claim_recursive(m, key) : posix::claim_word(m, key))
+        return true;
     return timeout != 0 && take_slow(m, key, timeout);
 }
 
@@ -747,7 +699,11 @@ std::uint32_t wait_events(std::uint32_t count, event_object* const* events,
 // The calls
 
 handle create_lock(bool recursive) noexcept {
-    return new (std::nothrow) mutex_object(recursive);
+    kernel_region region;
+    auto* m = new (std::nothrow) mutex_object(recursive);
+    if (m && recursive)
+        register_lock(m);
+    return m;
 }
 
 std::uint32_t acquire_lock(handle lock, std::uint32_t timeout) noexcept {
@@ -772,54 +728,11 @@ void posix::wake_lock_sleeper(lock_head* m) noexcept {
     futex(&m->state, FUTEX_WAKE_PRIVATE, 1, nullptr);
 }
 
-bool take_free_recursive_lock(handle lock) noexcept {
-    auto* m = static_cast<mutex_object*>(static_cast<object*>(lock));
-    std::uint32_t const key = current_thread_id() & ~lock_sleepers;
-    std::uint32_t const seen = m->state.load(std::memory_order_relaxed);
-    if ((seen & ~lock_sleepers) == key) {
-        ++m->depth;
-        return true;
-    }
-    if (seen != 0)
-        return false;
-    // take()'s steps for a recursive lock, without its tests.
-    kernel_region region;
-    if (single_threaded()) {
-        m->state.store(key, std::memory_order_relaxed);
-    } else {
-        std::uint32_t free = 0;
-        if (!m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
-                                              std::memory_order_relaxed))
-            return false;
-    }
-    taken(m);
-    m->abandoned = false;
-    return true;
-}
-
-bool release_recursive_lock(handle lock) noexcept {
-    auto* m = static_cast<mutex_object*>(static_cast<object*>(lock));
-    if (owner_of(m) != (current_thread_id() & ~lock_sleepers))
-        return false;
-    if (--m->depth != 0)
-        return true;
-    // Off the list and given back in one region, so that a thread ended at
-    // any point neither keeps it nor has it on its list after it is gone.
-    kernel_region region;
-    unlink_held(m);
-    unlock_word(m);
-    return true;
-}
-
 bool release_lock(handle lock) noexcept {
     auto* m = as<mutex_object, kind::mutex>(lock);
-    if (!m || owner_of(m) != (current_thread_id() & ~lock_sleepers))
+    if (!m)
         return false;
-    if (!m->recursive) {
-        unlock_word(m);
-        return true;
-    }
-    return release_recursive_lock(m);
+    return m->recursive ? release_recursive_lock(m) : release_plain_lock(m);
 }
 
 bool wait_on_address(std::atomic<std::uint32_t>& word, std::uint32_t expected,
@@ -945,10 +858,13 @@ bool close_handle(handle object_handle) noexcept {
         return false;
     switch (o->type) {
     case kind::mutex: {
-        // A lock closed while the caller holds it leaves the caller's list.
+        // A lock closed while the caller holds it leaves the caller's count.
         auto* m = static_cast<mutex_object*>(o);
-        if (m->recursive && current_id != 0 && owner_of(m) == (current_id & ~lock_sleepers))
-            unlink_held(m);
+        if (m->recursive) {
+            unregister_lock(m);
+            if (posix::owned_by_caller(m))
+                --posix::recursive_held;
+        }
         delete m;
         break;
     }
@@ -971,8 +887,12 @@ bool close_handle(handle object_handle) noexcept {
 
 std::uint32_t current_thread_id() noexcept {
     std::uint32_t id = current_id;
-    if (id == 0)
-        current_id = id = next_id();  // a thread the library did not start
+    if (id == 0) {
+        // A thread the library did not start: it gives back what it holds
+        // when it ends, through its thread-local walker.
+        current_id = id = next_id();
+        walker_at_exit.arm();
+    }
     return id;
 }
 
