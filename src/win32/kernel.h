@@ -203,17 +203,25 @@ inline lock_head* lock_of(handle lock) noexcept {
 // The owner part of a word or an id.
 inline std::uint32_t owner_key(std::uint32_t word) noexcept { return word & ~lock_sleepers; }
 
-// Takes the word for `key` when it is free: one compare-exchange.
-inline bool claim_word(lock_head* m, std::uint32_t key) noexcept {
+// Takes the word for `key` when it is free: one compare-exchange, with no
+// read before it (under contention a read first costs the cache line one
+// more trip). `seen` is what the word held.
+inline bool claim_word(lock_head* m, std::uint32_t key, std::uint32_t& seen) noexcept {
     if (single_threaded()) {
-        if (m->state.load(std::memory_order_relaxed) != 0)
+        seen = m->state.load(std::memory_order_relaxed);
+        if (seen != 0)
             return false;  // held by this very thread
         m->state.store(key, std::memory_order_relaxed);
         return true;
     }
-    std::uint32_t free = 0;
-    return m->state.compare_exchange_strong(free, key, std::memory_order_acquire,
+    seen = 0;
+    return m->state.compare_exchange_strong(seen, key, std::memory_order_acquire,
                                             std::memory_order_relaxed);
+}
+
+inline bool claim_word(lock_head* m, std::uint32_t key) noexcept {
+    std::uint32_t seen;
+    return claim_word(m, key, seen);
 }
 
 // Gives the word back and wakes a sleeper when the bit says there may be
@@ -237,16 +245,21 @@ inline bool owned_by_caller(lock_head const* m) noexcept {
 // fails, so that an end at any point leaves the count no lower than the
 // locks held. The signal fences keep the compiler from moving the count
 // past the word's change.
-inline bool claim_recursive(lock_head* m, std::uint32_t key) noexcept {
+inline bool claim_recursive(lock_head* m, std::uint32_t key, std::uint32_t& seen) noexcept {
     ++recursive_held;
     std::atomic_signal_fence(std::memory_order_seq_cst);
-    if (!claim_word(m, key)) {
+    if (!claim_word(m, key, seen)) {
         std::atomic_signal_fence(std::memory_order_seq_cst);
         --recursive_held;
         return false;
     }
     m->depth = 1;
     return true;
+}
+
+inline bool claim_recursive(lock_head* m, std::uint32_t key) noexcept {
+    std::uint32_t seen;
+    return claim_recursive(m, key, seen);
 }
 
 } // namespace posix
@@ -277,14 +290,14 @@ inline bool take_free_recursive_lock(handle lock) noexcept {
     }
     posix::lock_head* m = posix::lock_of(lock);
     std::uint32_t const key = posix::owner_key(id);
-    std::uint32_t const seen = m->state.load(std::memory_order_relaxed);
-    if (posix::owner_key(seen) == key) {
-        ++m->depth;
+    std::uint32_t seen;
+    if (posix::claim_recursive(m, key, seen)) {
+        m->abandoned = false;
         return true;
     }
-    if (seen != 0 || !posix::claim_recursive(m, key))
+    if (posix::owner_key(seen) != key)
         return false;
-    m->abandoned = false;
+    ++m->depth;
     return true;
 }
 
