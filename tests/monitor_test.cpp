@@ -232,10 +232,6 @@ TYPED_TEST(ReadersWriters, StressReadersNeverMeetAWriter) {
     EXPECT_TRUE(other_thread_writes(m)) << "nothing left held or counted";
 }
 
-} // namespace
-
-namespace {
-
 // A stray release_from_reading must not take the count below zero: the next
 // reader would then not take the resource, and a writer would join it.
 TYPED_TEST(ReadersWriters, StrayReleaseFromReadingKeepsReadersAndWritersApart) {

@@ -40,8 +40,6 @@ long soak_ms() {
 #endif
 }
 
-std::string text(zel::string const& s) { return std::string(s.data(), s.size()); }
-
 // A pair that writers keep equal, and the sightings of broken exclusion.
 struct guarded {
     zel::monitor_base* monitor;
@@ -151,14 +149,11 @@ struct worker {
 
 TEST(Soak, ThreadsShareStringsAListAndMonitors) {
     shared_state s;
-    for (int i = 0; i < 8; ++i)
-        s.seeds.emplace_back(std::string(size_t(5 + 9 * i), char('A' + i)).c_str());
-    std::vector<std::string> const seed_texts = [&] {
-        std::vector<std::string> v;
-        for (auto const& x : s.seeds)
-            v.push_back(text(x));
-        return v;
-    }();
+    std::vector<std::string> seed_texts;
+    for (int i = 0; i < 8; ++i) {
+        seed_texts.emplace_back(size_t(5 + 9 * i), char('A' + i));
+        s.seeds.emplace_back(seed_texts.back().c_str());
+    }
     for (unsigned i = 0; i < 500; ++i)
         s.numbers.push_back(i * 3);
 
@@ -196,7 +191,7 @@ TEST(Soak, ThreadsShareStringsAListAndMonitors) {
     }
     EXPECT_EQ(s.callbacks.load(), callbacks);
     for (unsigned i = 0; i < s.seeds.size(); ++i)
-        EXPECT_EQ(text(s.seeds[i]), seed_texts[i]);
+        EXPECT_EQ(std::string(s.seeds[i].data(), s.seeds[i].size()), seed_texts[i]);
     s.numbers.check();
     ASSERT_EQ(s.numbers.size(), 500u);
     unsigned i = 0;
