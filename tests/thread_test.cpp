@@ -149,22 +149,31 @@ TEST(Thread, TerminatedThreadEnds) {
     EXPECT_EQ(t.status(), zel::thread::done);
 }
 
-TEST(Thread, TerminatedThreadHoldingAMutexAbandonsIt) {
-    struct holder : zel::thread {
-        explicit holder(zel::mutex& mx) : m(mx) {}
-        void run() override {
+// Takes its mutex twice and gives it back, for ever; `stay` keeps the first
+// take held.
+struct churner : zel::thread {
+    churner(zel::mutex& mx, bool stay_holding = false) : m(mx), stay(stay_holding) {}
+    void run() override {
+        for (;;) {
             m.acquire();
-            held = true;
-            for (;;)
+            m.acquire();
+            count.fetch_add(1, std::memory_order_relaxed);
+            m.release();
+            while (stay)
                 yield();
+            m.release();
         }
-        zel::mutex& m;
-        std::atomic<bool> held{false};
-    };
+    }
+    zel::mutex& m;
+    bool const stay;
+    std::atomic<long> count{0};
+};
+
+TEST(Thread, TerminatedThreadHoldingAMutexAbandonsIt) {
     zel::mutex m;
-    holder t(m);
+    churner t(m, true);
     t.start();
-    ASSERT_TRUE(eventually([&] { return t.held.load(); }));
+    ASSERT_TRUE(eventually([&] { return t.count > 0; }));
     t.terminate();
     expect_sync_error([&] { m.try_acquire(patience_ms); }, "abandoned mutex",
                       "src/win32/guards.cpp");
@@ -175,20 +184,6 @@ TEST(Thread, TerminatedThreadHoldingAMutexAbandonsIt) {
 // on the word), a thread leaves the mutex free or abandoned, never held, and
 // a thread still contending keeps its turn.
 TEST(Thread, TerminatedAnywhereInItsLockCallsLeavesTheMutexUsable) {
-    struct churner : zel::thread {
-        explicit churner(zel::mutex& mx) : m(mx) {}
-        void run() override {
-            for (;;) {
-                m.acquire();
-                m.acquire();
-                count.fetch_add(1, std::memory_order_relaxed);
-                m.release();
-                m.release();
-            }
-        }
-        zel::mutex& m;
-        std::atomic<long> count{0};
-    };
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(round);
         zel::mutex m;
