@@ -177,41 +177,29 @@ TEST(Condition, TimedOutWaitLeavesMutexReleasedAndCountRaised) {
     m.release();
 }
 
-// Threads that each try_wait(patience) on the gateway, counting those let
-// through.
-struct gateway_waiters {
-    gateway_waiters(zel::gateway& g, int n) {
-        for (int i = 0; i < n; ++i)
-            threads.emplace_back([&] {
-                ++started;
-                if (g.try_wait(patience_ms))
-                    ++through;
-            });
-        EXPECT_TRUE(eventually([&] { return started == n; }));
-        zel_test::pause_ms(50);  // let them reach the wait
-    }
-    ~gateway_waiters() {
-        for (auto& t : threads)
-            t.join();
-    }
-    std::atomic<int> started{0};
-    std::atomic<int> through{0};
-    std::vector<std::thread> threads;
-};
-
 // A signal lets one waiter through, a broadcast the rest; neither reaches a
 // later waiter, and a pulse with no waiter is not kept.
 TEST(Gateway, SignalLetsOneThroughAndBroadcastOnlyThoseWaiting) {
     zel::gateway g;
-    {
-        gateway_waiters w(g, 3);
-        g.signal();
-        ASSERT_TRUE(eventually([&] { return w.through == 1; }));
-        zel_test::pause_ms(30);
-        EXPECT_EQ(w.through, 1) << "a signal lets at most one through";
-        g.broadcast();
-        EXPECT_TRUE(eventually([&] { return w.through == 3; }));
-    }
+    std::atomic<int> started{0};
+    std::atomic<int> through{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 3; ++i)
+        waiters.emplace_back([&] {
+            ++started;
+            if (g.try_wait(patience_ms))
+                ++through;
+        });
+    EXPECT_TRUE(eventually([&] { return started == 3; }));
+    zel_test::pause_ms(50);  // let them reach the wait
+    g.signal();
+    EXPECT_TRUE(eventually([&] { return through == 1; }));
+    zel_test::pause_ms(30);
+    EXPECT_EQ(through, 1) << "a signal lets at most one through";
+    g.broadcast();
+    for (auto& t : waiters)
+        t.join();
+    EXPECT_EQ(through, 3);
     EXPECT_FALSE(g.try_wait(50)) << "a later waiter is not let through";
     g.signal();
     g.broadcast();

@@ -88,25 +88,22 @@ TEST(ParseIntegerText, ValuesErrorsAndEndPointers) {
         int error;
         unsigned consumed;
     } const cases[] = {
-        {"  -0x1F", 0, true, std::uint64_t(-31), 0, 7},
-        {"  -0x1F", 16, true, std::uint64_t(-31), 0, 7},
+        // Rows for what strtoll and strtoull do otherwise, and for the limits,
+        // radixes and octal corners the differential run below does not reach.
         {"  -0x1F", 2, true, std::uint64_t(-1), 0, 6},  // "0x" is a prefix in radix 2 too
         {"0b101", 0, true, 5, 0, 5},
         {"0B101", 16, true, 0x101, 0, 5},                 // a binary prefix in radix 16
         {"- \t42", 10, true, std::uint64_t(-42), 0, 5},  // white space after the sign
-        {"017", 0, true, 017, 0, 3},
         {"zZ", 36, true, 35 * 36 + 35, 0, 2},
         {"0z", 0, true, 0, 0, 1},                         // the zero is an octal digit
         {"08", 0, true, 0, 0, 1},
         {"0x", 16, true, 0, EINVAL, 2},                   // the letter takes the zero's digit away
-        {"0", 16, true, 0, 0, 1},
         {"9223372036854775808", 10, true, 0, ERANGE, 18},  // signed keeps 0; the digit stays unread
         {"-9223372036854775808", 10, true, std::uint64_t(min), 0, 20},
         {"9223372036854775807", 10, true, std::uint64_t(max), 0, 19},
         {"ffffffffffffffff", 16, true, std::uint64_t(-1), 0, 16},  // all 64 bits outside radix 10
         {"-ffffffffffffffff", 16, true, 1, 0, 17},
         {"1ffffffffffffffff", 16, true, 0, ERANGE, 16},
-        {"-1", 10, false, all_bits, 0, 2},
         {"18446744073709551615", 10, false, all_bits, 0, 20},
         {"18446744073709551616", 10, false, all_bits, ERANGE, 19},  // unsigned keeps the limit
         {"-18446744073709551616", 10, false, all_bits, ERANGE, 20},  // not negated
@@ -152,10 +149,8 @@ TEST(ParseFloatingText, ValuesErrorsAndEndPointers) {
         unsigned consumed;
     } const cases[] = {
         {"000.5", 0.5L, 0, 5},
-        {".5", 0.5L, 0, 2},
         {"  -  2.5e1", -25.0L, 0, 10},           // white space after the sign
         {"1e000000000000003", 1000.0L, 0, 17},  // exponent zeros dropped
-        {"1.5e5x", 150000.0L, 0, 5},
         {"1e", 0.0L, EINVAL, 2},                // the e is consumed
         {"", 0.0L, EINVAL, 0},
         {".", 0.0L, EINVAL, 1},
