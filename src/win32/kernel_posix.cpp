@@ -113,7 +113,7 @@ using posix::current_id;
 
 struct mutex_object : posix::lock_head {
     explicit mutex_object(bool r) noexcept : lock_head(r) {}
-    // A recursive lock's place on the registry, under registry_lock.
+    // A recursive lock's place on the registry, under its lock.
     mutex_object* prev = nullptr;
     mutex_object* next = nullptr;
 };
@@ -274,9 +274,20 @@ thread_local mutex_object* sleeping_on ZEL_FAST_TLS = nullptr;
 
 // Every recursive lock, so that the end of a thread can find the ones it
 // holds. Plain data: a thread that ends during the program's exit may still
-// walk it after static objects are gone.
-pthread_mutex_t registry_lock = PTHREAD_MUTEX_INITIALIZER;
+// walk it after static objects are gone. Its lock is a flag that a waiter
+// yields on: it is held for a link or an unlink, inside a region (so no
+// holder is ever suspended), or for the rare walk of a thread that ends
+// holding locks, and a lock's creation is cheaper for it than with a
+// pthread mutex.
+std::atomic_flag registry_busy = ATOMIC_FLAG_INIT;
 mutex_object* registry = nullptr;
+
+void lock_registry() noexcept {
+    while (registry_busy.test_and_set(std::memory_order_acquire))
+        sched_yield();
+}
+
+void unlock_registry() noexcept { registry_busy.clear(std::memory_order_release); }
 
 std::atomic<std::uint32_t> last_id{0};
 
@@ -502,22 +513,22 @@ std::uint32_t owner_of(mutex_object const* m) noexcept {
 }
 
 // Registry changes run in a region, so that no thread stops or ends holding
-// registry_lock.
+// the registry.
 void register_lock(mutex_object* m) noexcept {
-    pthread_mutex_lock(&registry_lock);
+    lock_registry();
     m->next = registry;
     if (registry)
         registry->prev = m;
     registry = m;
-    pthread_mutex_unlock(&registry_lock);
+    unlock_registry();
 }
 
 void unregister_lock(mutex_object* m) noexcept {
-    pthread_mutex_lock(&registry_lock);
+    lock_registry();
     (m->prev ? m->prev->next : registry) = m->next;
     if (m->next)
         m->next->prev = m->prev;
-    pthread_mutex_unlock(&registry_lock);
+    unlock_registry();
 }
 
 struct held_walker {
@@ -536,14 +547,14 @@ thread_local held_walker walker_at_exit;
 void abandon_held_locks() noexcept {
     if (posix::recursive_held != 0) {
         std::uint32_t const key = owner_key(current_id);
-        pthread_mutex_lock(&registry_lock);
+        lock_registry();
         for (mutex_object* m = registry; m; m = m->next)
             if (owner_of(m) == key) {
                 m->depth = 0;
                 m->abandoned = true;
                 posix::give_back_word(m);
             }
-        pthread_mutex_unlock(&registry_lock);
+        unlock_registry();
         posix::recursive_held = 0;
     }
     if (mutex_object* m = sleeping_on) {
