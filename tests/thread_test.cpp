@@ -129,7 +129,8 @@ TEST(Thread, SuspendResumeExitAndTerminate) {
     t.wait();
     EXPECT_EQ(t.status(), zel::thread::done);
 
-    // Terminated, it ends at once without the request.
+    // Terminated once it runs, it ends at once without the request.
+    stopped = t.count;
     t.start();
     ASSERT_TRUE(eventually([&] { return t.count > stopped; }));
     t.terminate();
