@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "support/concurrency.h"
+#include "support/platform.h"
 
 namespace {
 
@@ -146,6 +147,19 @@ TEST(Thread, SuspendResumeExitAndTerminate) {
     t.suspend();
     t.terminate();
     EXPECT_EQ(t.status(), zel::thread::done);
+}
+
+// Terminated before it has run a line, a thread ends as cleanly: the request
+// waits until the thread can take it.
+TEST(Thread, TerminatedAsItStartsEnds) {
+    ZEL_REQUIRE(termination_while_starting);
+    counter_thread t;
+    for (int round = 0; round < 50; ++round) {
+        t.start();
+        t.terminate();
+        EXPECT_EQ(t.status(), zel::thread::done);
+        t.wait();
+    }
 }
 
 // Takes its mutex twice and gives it back, for ever; `stay` keeps the first

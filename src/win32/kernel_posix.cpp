@@ -387,9 +387,13 @@ void* start_routine(void* argument) {
     thread_object* volatile t = static_cast<thread_object*>(argument);
     current_thread = t;
     current_id = t->id;
-    set_control_signal(SIG_UNBLOCK);
-    if (sigsetjmp(t->exit_point, 1) == 0)
+    // The exit point is set before the control signal comes in: a request
+    // made before the thread ran waits, blocked, until a termination has
+    // somewhere to jump to (the jump brings back this blocked mask).
+    if (sigsetjmp(t->exit_point, 1) == 0) {
+        set_control_signal(SIG_UNBLOCK);
         t->routine(t->argument);
+    }
     // From here on the thread takes no more requests; one that arrived too
     // late for the handler is answered here.
     set_control_signal(SIG_BLOCK);
