@@ -112,6 +112,17 @@ private:
     std::int32_t initial();
     edge build(std::int32_t state, unsigned unit, bool cache_it, unsigned cls);
     void flush();
+    // Before a scan: the table (re)started and the initial state known;
+    // false when the pattern is refused.
+    bool ready() {
+        if (refused_)
+            return false;
+        if (keys_.empty())
+            flush();
+        if (initial_ < 0)
+            initial_ = initial();
+        return true;
+    }
 
     xbuf const& p_;
     re_state const* states_;
@@ -601,12 +612,8 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
 
 template <class U>
 re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::uint64_t* steps) {
-    if (refused_)
+    if (!ready())
         return re_refused;
-    if (keys_.empty())
-        flush();
-    if (initial_ < 0)
-        initial_ = initial();
     std::uint32_t starts_at[max_groups + 1];
     unsigned groups = 0;
     match_pair longest{npos, npos}, empty{npos, npos};
@@ -745,12 +752,8 @@ re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigne
     bool const skip = !anchored_;
 
     for (unsigned o = 0;;) {
-        if (refused_)
+        if (!ready())
             return re_refused;
-        if (keys_.empty())
-            flush();
-        if (initial_ < 0)
-            initial_ = initial();
         if (seen_flushes != flushes_) {
             seen.clear();
             seen_to = 0;
