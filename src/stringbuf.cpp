@@ -10,17 +10,6 @@
 
 namespace zel {
 
-namespace {
-
-// Where a seek by `off` from `dir` lands in an area of `size` units whose
-// pointer stands at `at`; the caller checks the bounds, which differ.
-long seek_target(long off, ios_base::seekdir dir, long at, long size) {
-    long const from = dir == ios_base::cur ? at : dir == ios_base::end ? size : 0;
-    return from + off;
-}
-
-} // namespace
-
 template <class C>
 basic_stringbuf<C>::basic_stringbuf(long mode) : base(), str_(), mode_(mode) {
     initbuf(str_);
@@ -144,7 +133,8 @@ long basic_stringbuf<C>::setipos(long off, ios_base::seekdir dir) {
     if (!(mode_ & ios_base::in) || !this->gptr())
         return -1;
     long const size = long(this->egptr() - this->eback());
-    long const to = seek_target(off, dir, long(this->gptr() - this->eback()), size);
+    long const from = dir == ios_base::cur ? long(this->gptr() - this->eback()) : dir == ios_base::end ? size : 0;
+    long const to = from + off;
     if (to < 0 || to >= size)
         return -1;
     this->setg(this->eback(), this->eback() + to, this->egptr());
@@ -156,7 +146,8 @@ long basic_stringbuf<C>::setopos(long off, ios_base::seekdir dir) {
     if (!(mode_ & ios_base::out) || !this->pptr())
         return -1;
     long const size = long(this->epptr() - this->pbase());
-    long const to = seek_target(off, dir, long(this->pptr() - this->pbase()), size);
+    long const from = dir == ios_base::cur ? long(this->pptr() - this->pbase()) : dir == ios_base::end ? size : 0;
+    long const to = from + off;
     if (to < 0 || to > size)
         return -1;
     this->pbump(to - long(this->pptr() - this->pbase()));
