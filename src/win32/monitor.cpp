@@ -313,7 +313,10 @@ void monitor_v1::acquire_for_reading() {
 void monitor_v1::release_from_reading() { leave_reading(state_, count_lock_); }
 
 void monitor_v1::acquire_for_writing() {
-    writing{writer_, recursion_}.enter([this] { return take_resource(state_, infinite); });
+    writing{writer_, recursion_}.enter([this] {
+        take_resource(state_, infinite);
+        return true;
+    });
 }
 
 void monitor_v1::release_from_writing() {
