@@ -79,13 +79,15 @@ void over(benchmark::State& state, std::vector<T> const& set, Convert convert) {
 
 // ---- Integer formatting --------------------------------------------------
 
-void BM_qtoa(benchmark::State& state) {
+void qtoa_case(benchmark::State& state, int radix) {
     char b[72];
     over(state, integers(), [&](std::int64_t v) {
-        zel::qtoa(v, b, 10, false, false);
+        zel::qtoa(v, b, radix, false, false);
         benchmark::DoNotOptimize(b);
     });
 }
+
+void BM_qtoa(benchmark::State& state) { qtoa_case(state, 10); }
 BENCHMARK(BM_qtoa);
 
 void BM_snprintf_lld(benchmark::State& state) {
@@ -106,13 +108,7 @@ void BM_to_chars(benchmark::State& state) {
 }
 BENCHMARK(BM_to_chars);
 
-void BM_qtoa_hex(benchmark::State& state) {
-    char b[72];
-    over(state, integers(), [&](std::int64_t v) {
-        zel::qtoa(v, b, 16, false, false);
-        benchmark::DoNotOptimize(b);
-    });
-}
+void BM_qtoa_hex(benchmark::State& state) { qtoa_case(state, 16); }
 BENCHMARK(BM_qtoa_hex);
 
 void BM_snprintf_llx(benchmark::State& state) {

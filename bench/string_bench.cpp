@@ -35,21 +35,17 @@ void BM_copy_std(benchmark::State& state) { copy_case<std::string>(state); }
 BENCHMARK(BM_copy_zel)->Arg(16)->Arg(256)->Arg(4096);
 BENCHMARK(BM_copy_std)->Arg(16)->Arg(256)->Arg(4096);
 
-void BM_copy_wide_zel(benchmark::State& state) {
+template <class S>
+void copy_wide_case(benchmark::State& state) {
     std::u16string const text(256, u'x');
-    zel::wstring const s(text.c_str());
+    S const s(text.c_str());
     for (auto _ : state) {
-        zel::wstring copy(s);
+        S copy(s);
         benchmark::DoNotOptimize(copy);
     }
 }
-void BM_copy_wide_std(benchmark::State& state) {
-    std::u16string const s(256, u'x');
-    for (auto _ : state) {
-        std::u16string copy(s);
-        benchmark::DoNotOptimize(copy);
-    }
-}
+void BM_copy_wide_zel(benchmark::State& state) { copy_wide_case<zel::wstring>(state); }
+void BM_copy_wide_std(benchmark::State& state) { copy_wide_case<std::u16string>(state); }
 BENCHMARK(BM_copy_wide_zel);
 BENCHMARK(BM_copy_wide_std);
 
@@ -67,29 +63,19 @@ void BM_append_char_std(benchmark::State& state) { append_case<std::string>(stat
 BENCHMARK(BM_append_char_zel);
 BENCHMARK(BM_append_char_std);
 
-void BM_find_char_zel(benchmark::State& state) {
-    zel::string const s(haystack().c_str());
+template <class S, class Needle>
+void find_case(benchmark::State& state, Needle needle) {
+    S const s(haystack().c_str());
     for (auto _ : state)
-        benchmark::DoNotOptimize(s.find('#'));
+        benchmark::DoNotOptimize(s.find(needle));
 }
-void BM_find_char_std(benchmark::State& state) {
-    std::string const s(haystack());
-    for (auto _ : state)
-        benchmark::DoNotOptimize(s.find('#'));
-}
+void BM_find_char_zel(benchmark::State& state) { find_case<zel::string>(state, '#'); }
+void BM_find_char_std(benchmark::State& state) { find_case<std::string>(state, '#'); }
 BENCHMARK(BM_find_char_zel);
 BENCHMARK(BM_find_char_std);
 
-void BM_find_word_zel(benchmark::State& state) {
-    zel::string const s(haystack().c_str());
-    for (auto _ : state)
-        benchmark::DoNotOptimize(s.find("needle"));
-}
-void BM_find_word_std(benchmark::State& state) {
-    std::string const s(haystack());
-    for (auto _ : state)
-        benchmark::DoNotOptimize(s.find("needle"));
-}
+void BM_find_word_zel(benchmark::State& state) { find_case<zel::string>(state, "needle"); }
+void BM_find_word_std(benchmark::State& state) { find_case<std::string>(state, "needle"); }
 BENCHMARK(BM_find_word_zel);
 BENCHMARK(BM_find_word_std);
 
@@ -131,18 +117,15 @@ void BM_tsub_all_std(benchmark::State& state) {
 BENCHMARK(BM_tsub_all_zel);
 BENCHMARK(BM_tsub_all_std);
 
-void BM_compare_zel(benchmark::State& state) {
-    zel::string const a(make_text(256).c_str());
-    zel::string const b(make_text(256).c_str());
+template <class S>
+void compare_case(benchmark::State& state) {
+    S const a(make_text(256).c_str());
+    S const b(make_text(256).c_str());
     for (auto _ : state)
         benchmark::DoNotOptimize(a.compare(b));
 }
-void BM_compare_std(benchmark::State& state) {
-    std::string const a(make_text(256));
-    std::string const b(make_text(256));
-    for (auto _ : state)
-        benchmark::DoNotOptimize(a.compare(b));
-}
+void BM_compare_zel(benchmark::State& state) { compare_case<zel::string>(state); }
+void BM_compare_std(benchmark::State& state) { compare_case<std::string>(state); }
 BENCHMARK(BM_compare_zel);
 BENCHMARK(BM_compare_std);
 

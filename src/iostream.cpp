@@ -28,41 +28,72 @@ union in_place {
     T object;
 };
 
-in_place<filebuf> narrow_in;
-in_place<filebuf> narrow_out;
-in_place<filebuf> narrow_err;
-in_place<wfilebuf> wide_in;
-in_place<wfilebuf> wide_out;
-in_place<wfilebuf> wide_err;
-
-in_place<istream> cin_storage;
-in_place<ostream> cout_storage;
-in_place<ostream> cerr_storage;
-in_place<ostream> clog_storage;
-in_place<wistream> wcin_storage;
-in_place<wostream> wcout_storage;
-in_place<wostream> wcerr_storage;
-in_place<wostream> wclog_storage;
-
-// How many Init objects are alive. Start-up and exit run on one thread, so
-// a plain count does; it is constant-initialised like the storage.
-int init_count = 0;
-
 template <class T>
 void destroy(in_place<T>& s) noexcept {
     s.object.~T();
 }
 
+// One character type's objects: the buffers over stdin, stdout and stderr
+// and the four streams over them (clog shares cerr's buffer).
+template <class C>
+struct standard_set {
+    in_place<basic_filebuf<C>> in_buf;
+    in_place<basic_filebuf<C>> out_buf;
+    in_place<basic_filebuf<C>> err_buf;
+    in_place<basic_istream<C>> in;
+    in_place<basic_ostream<C>> out;
+    in_place<basic_ostream<C>> err;
+    in_place<basic_ostream<C>> log;
+
+    // The input and the error streams are tied to the output; the error
+    // stream writes through at once.
+    void build() {
+        new (&in_buf.object) basic_filebuf<C>(stdin, false);
+        new (&out_buf.object) basic_filebuf<C>(stdout, false);
+        new (&err_buf.object) basic_filebuf<C>(stderr, false);
+        new (&in.object) basic_istream<C>(&in_buf.object);
+        new (&out.object) basic_ostream<C>(&out_buf.object);
+        new (&err.object) basic_ostream<C>(&err_buf.object);
+        new (&log.object) basic_ostream<C>(&err_buf.object);
+        in.object.tie(&out.object);
+        err.object.tie(&out.object);
+        log.object.tie(&out.object);
+        err.object.setf(ios_base::unitbuf);
+    }
+    void flush() {
+        out.object.flush();
+        err.object.flush();
+        log.object.flush();
+    }
+    // In the reverse order of build.
+    void tear_down() noexcept {
+        destroy(log);
+        destroy(err);
+        destroy(out);
+        destroy(in);
+        destroy(err_buf);
+        destroy(out_buf);
+        destroy(in_buf);
+    }
+};
+
+standard_set<char> narrow;
+standard_set<unsigned short> wide;
+
+// How many Init objects are alive. Start-up and exit run on one thread, so
+// a plain count does; it is constant-initialised like the storage.
+int init_count = 0;
+
 } // namespace
 
-istream& cin = cin_storage.object;
-ostream& cout = cout_storage.object;
-ostream& cerr = cerr_storage.object;
-ostream& clog = clog_storage.object;
-wistream& wcin = wcin_storage.object;
-wostream& wcout = wcout_storage.object;
-wostream& wcerr = wcerr_storage.object;
-wostream& wclog = wclog_storage.object;
+istream& cin = narrow.in.object;
+ostream& cout = narrow.out.object;
+ostream& cerr = narrow.err.object;
+ostream& clog = narrow.log.object;
+wistream& wcin = wide.in.object;
+wostream& wcout = wide.out.object;
+wostream& wcerr = wide.err.object;
+wostream& wclog = wide.log.object;
 
 ios_base::Init::Init() {
     if (init_count++ != 0)
@@ -71,57 +102,17 @@ ios_base::Init::Init() {
     static_cast<void>(registry);
     locale::startup();
 
-    new (&narrow_in.object) filebuf(stdin, false);
-    new (&narrow_out.object) filebuf(stdout, false);
-    new (&narrow_err.object) filebuf(stderr, false);
-    new (&wide_in.object) wfilebuf(stdin, false);
-    new (&wide_out.object) wfilebuf(stdout, false);
-    new (&wide_err.object) wfilebuf(stderr, false);
-
-    new (&cin_storage.object) istream(&narrow_in.object);
-    new (&cout_storage.object) ostream(&narrow_out.object);
-    new (&cerr_storage.object) ostream(&narrow_err.object);
-    new (&clog_storage.object) ostream(&narrow_err.object);
-    cin.tie(&cout);
-    cerr.tie(&cout);
-    clog.tie(&cout);
-    cerr.setf(ios_base::unitbuf);
-
-    new (&wcin_storage.object) wistream(&wide_in.object);
-    new (&wcout_storage.object) wostream(&wide_out.object);
-    new (&wcerr_storage.object) wostream(&wide_err.object);
-    new (&wclog_storage.object) wostream(&wide_err.object);
-    wcin.tie(&wcout);
-    wcerr.tie(&wcout);
-    wclog.tie(&wcout);
-    wcerr.setf(ios_base::unitbuf);
+    narrow.build();
+    wide.build();
 }
 
 ios_base::Init::~Init() {
     if (--init_count != 0)
         return;
-    cout.flush();
-    cerr.flush();
-    clog.flush();
-    wcout.flush();
-    wcerr.flush();
-    wclog.flush();
-
-    destroy(wclog_storage);
-    destroy(wcerr_storage);
-    destroy(wcout_storage);
-    destroy(wcin_storage);
-    destroy(clog_storage);
-    destroy(cerr_storage);
-    destroy(cout_storage);
-    destroy(cin_storage);
-
-    destroy(wide_err);
-    destroy(wide_out);
-    destroy(wide_in);
-    destroy(narrow_err);
-    destroy(narrow_out);
-    destroy(narrow_in);
+    narrow.flush();
+    wide.flush();
+    wide.tear_down();
+    narrow.tear_down();
 
     locale::shutdown();
     ldx_manager::destroy_map();

@@ -112,6 +112,18 @@ private:
     std::int32_t initial();
     edge build(std::int32_t state, unsigned unit, bool cache_it, unsigned cls);
     void flush();
+    edge edge_from(std::int32_t state, unsigned u, edge const*& edges);
+    // Before a scan: the table (re)started and the initial state known;
+    // false when the pattern is refused.
+    bool ready() {
+        if (refused_)
+            return false;
+        if (keys_.empty())
+            flush();
+        if (initial_ < 0)
+            initial_ = initial();
+        return true;
+    }
 
     xbuf const& p_;
     re_state const* states_;
@@ -599,14 +611,25 @@ edge re_automaton::build(std::int32_t state, unsigned unit, bool cache_it, unsig
     return e;
 }
 
+// The edge from `state` on unit u, built when not known yet. `edges` is the
+// caller's copy of edges_.data(), brought up to date when building moves
+// the table.
+inline edge re_automaton::edge_from(std::int32_t state, unsigned u, edge const*& edges) {
+    unsigned const cls = u < 256 ? class_of_[u] : u == end_unit ? end_class_ : class_of(u);
+    if (cls != npos) {
+        edge const e = edges[std::size_t(state) * stride_ + cls];
+        if (e.next >= 0)
+            return e;
+    }
+    edge const e = cls == npos ? build(state, u, false, 0) : build(state, u, true, cls);
+    edges = edges_.data();
+    return e;
+}
+
 template <class U>
 re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::uint64_t* steps) {
-    if (refused_)
+    if (!ready())
         return re_refused;
-    if (keys_.empty())
-        flush();
-    if (initial_ < 0)
-        initial_ = initial();
     std::uint32_t starts_at[max_groups + 1];
     unsigned groups = 0;
     match_pair longest{npos, npos}, empty{npos, npos};
@@ -615,18 +638,7 @@ re_outcome re_automaton::search(U const* s, unsigned n, match_pair& span, std::u
     edge const* edges = edges_.data();
     std::uint64_t counted = 0;
 
-    // The edge from `state` on unit u, built when not known yet.
-    auto edge_on = [&](unsigned u) -> edge {
-        unsigned const cls = u < 256 ? class_of_[u] : u == end_unit ? end_class_ : class_of(u);
-        if (cls != npos) {
-            edge const e = edges[std::size_t(state) * stride_ + cls];
-            if (e.next >= 0)
-                return e;
-        }
-        edge const e = cls == npos ? build(state, u, false, 0) : build(state, u, true, cls);
-        edges = edges_.data();
-        return e;
-    };
+    auto edge_on = [&](unsigned u) { return edge_from(state, u, edges); };
     // Applies a transition's effect at position q; false once the scan can stop.
     auto apply = [&](edge const& e, unsigned q) {
         effect const& fx = effects_[e.effect];
@@ -745,12 +757,8 @@ re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigne
     bool const skip = !anchored_;
 
     for (unsigned o = 0;;) {
-        if (refused_)
+        if (!ready())
             return re_refused;
-        if (keys_.empty())
-            flush();
-        if (initial_ < 0)
-            initial_ = initial();
         if (seen_flushes != flushes_) {
             seen.clear();
             seen_to = 0;
@@ -765,14 +773,9 @@ re_outcome re_automaton::chain(U const* s, unsigned n, match_pair& span, unsigne
         trace.clear();
         empties.clear();
 
-        auto edge_on = [&](unsigned u) -> edge {
-            unsigned const cls = u < 256 ? class_of_[u] : u == end_unit ? end_class_ : class_of(u);
-            if (cls != npos) {
-                edge const e = edges_[std::size_t(state) * stride_ + cls];
-                if (e.next >= 0)
-                    return e;
-            }
-            return cls == npos ? build(state, u, false, 0) : build(state, u, true, cls);
+        auto edge_on = [&](unsigned u) {
+            edge const* edges = edges_.data();
+            return edge_from(state, u, edges);
         };
         auto apply = [&](edge const& e, unsigned q) {
             effect const& fx = effects_[e.effect];

@@ -613,6 +613,14 @@ match_pair run_match(xbuf const& p, detail::re_cache* cache, void const* subject
     return found;
 }
 
+// run_match over a subject of either unit width.
+match_pair match_any_width(unsigned unit_size, xbuf const& p, detail::re_cache* cache, void const* subject,
+                           unsigned length, bool search, bool exact, match_pair* subs, re_path path,
+                           std::uint64_t* steps) {
+    return unit_size == 1 ? run_match<unsigned char>(p, cache, subject, length, search, exact, subs, path, steps)
+                          : run_match<unsigned short>(p, cache, subject, length, search, exact, subs, path, steps);
+}
+
 } // namespace
 
 re_case_map const& detail::re_cases() {
@@ -632,8 +640,7 @@ match_pair detail::regex_probe::search(regex_base const& re, void const* subject
                                        std::uint64_t* steps) {
     if (!re.program_ || re.status_ != regex_base::ok)
         return no_match;
-    return unit_size == 1 ? run_match<unsigned char>(*re.program_, re.cache_, subject, length, true, exact, subs, path, steps)
-                          : run_match<unsigned short>(*re.program_, re.cache_, subject, length, true, exact, subs, path, steps);
+    return match_any_width(unit_size, *re.program_, re.cache_, subject, length, true, exact, subs, path, steps);
 }
 
 match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned length, bool search,
@@ -642,9 +649,8 @@ match_pair regex_base::match(void const* subject, unsigned unit_size, unsigned l
         return no_match;
     if (length == npos)
         length = measure(subject, unit_size);
-    return unit_size == 1
-               ? run_match<unsigned char>(*program_, cache_, subject, length, search, exact_case, subs, re_path::automaton, nullptr)
-               : run_match<unsigned short>(*program_, cache_, subject, length, search, exact_case, subs, re_path::automaton, nullptr);
+    return match_any_width(unit_size, *program_, cache_, subject, length, search, exact_case, subs, re_path::automaton,
+                           nullptr);
 }
 
 namespace {
@@ -691,6 +697,13 @@ match_pair run_rmatch(xbuf const& p, detail::re_cache* cache, void const* subjec
     return last;
 }
 
+// run_rmatch over a subject of either unit width.
+match_pair rmatch_any_width(unsigned unit_size, xbuf const& p, detail::re_cache* cache, void const* subject,
+                            unsigned length, bool exact, match_pair* subs, re_path path, std::uint64_t* steps) {
+    return unit_size == 1 ? run_rmatch<unsigned char>(p, cache, subject, length, exact, subs, path, steps)
+                          : run_rmatch<unsigned short>(p, cache, subject, length, exact, subs, path, steps);
+}
+
 } // namespace
 
 match_pair detail::regex_probe::rsearch(regex_base const& re, void const* subject, unsigned unit_size,
@@ -698,8 +711,7 @@ match_pair detail::regex_probe::rsearch(regex_base const& re, void const* subjec
                                         std::uint64_t* steps) {
     if (!re.program_ || re.status_ != regex_base::ok)
         return no_match;
-    return unit_size == 1 ? run_rmatch<unsigned char>(*re.program_, re.cache_, subject, length, exact, subs, path, steps)
-                          : run_rmatch<unsigned short>(*re.program_, re.cache_, subject, length, exact, subs, path, steps);
+    return rmatch_any_width(unit_size, *re.program_, re.cache_, subject, length, exact, subs, path, steps);
 }
 
 match_pair regex_base::rmatch(void const* subject, unsigned unit_size, unsigned length,
@@ -708,9 +720,7 @@ match_pair regex_base::rmatch(void const* subject, unsigned unit_size, unsigned 
         return no_match;
     if (length == npos)
         length = measure(subject, unit_size);
-    return unit_size == 1
-               ? run_rmatch<unsigned char>(*program_, cache_, subject, length, exact_case, subs, re_path::automaton, nullptr)
-               : run_rmatch<unsigned short>(*program_, cache_, subject, length, exact_case, subs, re_path::automaton, nullptr);
+    return rmatch_any_width(unit_size, *program_, cache_, subject, length, exact_case, subs, re_path::automaton, nullptr);
 }
 
 // --- the public forms -------------------------------------------------------------------

@@ -79,6 +79,18 @@ struct writing {
         writer.store(0, relaxed);
         return true;
     }
+    // A writer's way in: one level deeper for the writer, for anyone else
+    // `take` (the monitor's own locks) and, when it succeeds, the writer's
+    // place.
+    template <class Take>
+    bool enter(Take take) const {
+        if (reenter())
+            return true;
+        if (!take())
+            return false;
+        begin();
+        return true;
+    }
 };
 
 // The state word (see the top of this file).
@@ -237,6 +249,23 @@ void leave_reading(word& state, mutex& count_lock) {
     count_section(state, count_lock).remove_reader();
 }
 
+// A timed read's way in, the same in both readers-writers monitors: with no
+// time-out it waits as `block` does, a zero time-out makes no attempt on any
+// mutex, the one-step path needs none (`marks`: the mutex marks that send
+// it to the mutexes); only then `wait`, with the whole time-out.
+template <class Block, class Wait>
+bool timed_read(word& state, std::uint32_t marks, unsigned timeout, Block block, Wait wait) {
+    if (timeout == infinite) {
+        block();
+        return true;
+    }
+    if (timeout == 0)
+        return false;
+    if (try_enter_fast(state, marks))
+        return true;
+    return wait();
+}
+
 } // namespace
 
 monitor_base::~monitor_base() = default;
@@ -284,11 +313,10 @@ void monitor_v1::acquire_for_reading() {
 void monitor_v1::release_from_reading() { leave_reading(state_, count_lock_); }
 
 void monitor_v1::acquire_for_writing() {
-    writing w{writer_, recursion_};
-    if (w.reenter())
-        return;
-    take_resource(state_, infinite);
-    w.begin();
+    writing{writer_, recursion_}.enter([this] {
+        take_resource(state_, infinite);
+        return true;
+    });
 }
 
 void monitor_v1::release_from_writing() {
@@ -297,23 +325,16 @@ void monitor_v1::release_from_writing() {
 }
 
 bool monitor_v1::try_acquire_for_reading(unsigned timeout) {
-    if (timeout == infinite) {
-        acquire_for_reading();
+    return timed_read(state_, count_held, timeout, [this] { acquire_for_reading(); }, [&] {
+        stopwatch watch(true);
+        if (!count_lock_.try_acquire(timeout))
+            return false;
+        count_section count(state_, count_lock_);
+        // A failed attempt leaves the count raised (see the header).
+        if (count.add_reader())
+            return take_resource(state_, remaining(timeout, watch));
         return true;
-    }
-    // A zero time-out makes no attempt on the count mutex.
-    if (timeout == 0)
-        return false;
-    if (try_enter_fast(state_, count_held))
-        return true;
-    stopwatch watch(true);
-    if (!count_lock_.try_acquire(timeout))
-        return false;
-    count_section count(state_, count_lock_);
-    // A failed attempt leaves the count raised (see the header).
-    if (count.add_reader())
-        return take_resource(state_, remaining(timeout, watch));
-    return true;
+    });
 }
 
 bool monitor_v1::try_acquire_for_writing(unsigned timeout) {
@@ -321,13 +342,7 @@ bool monitor_v1::try_acquire_for_writing(unsigned timeout) {
         acquire_for_writing();
         return true;
     }
-    writing w{writer_, recursion_};
-    if (w.reenter())
-        return true;
-    if (!take_resource(state_, timeout))
-        return false;
-    w.begin();
-    return true;
+    return writing{writer_, recursion_}.enter([&] { return take_resource(state_, timeout); });
 }
 
 // ---------------------------------------------------------------------------
@@ -404,11 +419,10 @@ void monitor_v2::acquire_for_reading() {
 void monitor_v2::release_from_reading() { leave_reading(state_, count_lock_); }
 
 void monitor_v2::acquire_for_writing() {
-    writing w{writer_, recursion_};
-    if (w.reenter())
-        return;
-    lock();
-    w.begin();
+    writing{writer_, recursion_}.enter([this] {
+        lock();
+        return true;
+    });
 }
 
 void monitor_v2::release_from_writing() {
@@ -419,29 +433,22 @@ void monitor_v2::release_from_writing() {
 }
 
 bool monitor_v2::try_acquire_for_reading(unsigned timeout) {
-    if (timeout == infinite) {
-        acquire_for_reading();
+    return timed_read(state_, gate_held | count_held, timeout, [this] { acquire_for_reading(); }, [&] {
+        stopwatch watch(true);
+        if (!gate_.try_acquire(timeout))
+            return false;
+        enter_gate();
+        gate_pass pass{*this};
+        unsigned r1 = remaining(timeout, watch);
+        if (!count_lock_.try_acquire(r1))
+            return false;
+        count_section count(state_, count_lock_);
+        // Measured from r1 with all the time since the start: the first
+        // wait counts twice (see the header).
+        if (count.add_reader())
+            return take_resource(state_, remaining(r1, watch));
         return true;
-    }
-    // A zero time-out makes no attempt on the gate.
-    if (timeout == 0)
-        return false;
-    if (try_enter_fast(state_, gate_held | count_held))
-        return true;
-    stopwatch watch(true);
-    if (!gate_.try_acquire(timeout))
-        return false;
-    enter_gate();
-    gate_pass pass{*this};
-    unsigned r1 = remaining(timeout, watch);
-    if (!count_lock_.try_acquire(r1))
-        return false;
-    count_section count(state_, count_lock_);
-    // Measured from r1 with all the time since the start: the first wait
-    // counts twice (see the header).
-    if (count.add_reader())
-        return take_resource(state_, remaining(r1, watch));
-    return true;
+    });
 }
 
 bool monitor_v2::try_acquire_for_writing(unsigned timeout) {
@@ -449,13 +456,7 @@ bool monitor_v2::try_acquire_for_writing(unsigned timeout) {
         acquire_for_writing();
         return true;
     }
-    writing w{writer_, recursion_};
-    if (w.reenter())
-        return true;
-    if (!try_lock(timeout))
-        return false;
-    w.begin();
-    return true;
+    return writing{writer_, recursion_}.enter([&] { return try_lock(timeout); });
 }
 
 } // namespace zel
