@@ -256,15 +256,10 @@ class deque : protected deque_engine, public indexed_members<deque<T>, T, deque_
                   "pool blocks are aligned for new's default alignment");
 
 public:
-    using value_type = T;
-    using size_type = unsigned;
-    using difference_type = std::ptrdiff_t;
-    using reference = T&;
-    using const_reference = T const&;
+    // value_type, size_type, reference and the reverse iterators come with
+    // the members.
     using iterator = engine_iterator<T, deque_engine, true>;
     using const_iterator = engine_iterator<T const, deque_engine, true>;
-    using reverse_iterator = std::reverse_iterator<iterator>;
-    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
     deque() noexcept : pool_(sizeof(T), alignof(T)) {}
     explicit deque(unsigned n, T const& value = T()) : deque() { push_back_n(n, value); }

@@ -294,20 +294,16 @@ private:
 // and erasing end() raises "iterator points to end()". Inserting a range,
 // assigning and copying are all or nothing when a copy throws.
 template <class T>
-class list : protected list_engine, public sequence_members<list<T>, T, list_iterator<T, T const>> {
+class list : protected list_engine,
+             public sequence_members<list<T>, T, list_iterator<T, T>, list_iterator<T, T const>> {
     using node = list_value_node<T>;
-    using members = sequence_members<list, T, list_iterator<T, T const>>;
+    using members = sequence_members<list, T, list_iterator<T, T>, list_iterator<T, T const>>;
 
 public:
-    using value_type = T;
-    using size_type = unsigned;
-    using difference_type = std::ptrdiff_t;
-    using reference = T&;
-    using const_reference = T const&;
+    // value_type, size_type, reference and the reverse iterators come with
+    // the members.
     using iterator = list_iterator<T, T>;
     using const_iterator = list_iterator<T, T const>;
-    using reverse_iterator = std::reverse_iterator<iterator>;
-    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
     using list_engine::all;
     using list_engine::lsv_flags;
 

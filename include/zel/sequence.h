@@ -112,13 +112,21 @@ C& move_assign(C& to, C& from) noexcept {
     return to;
 }
 
-// The members a typed sequence C of T (const_iterator CIt) spells the same
-// way as every other, built on C's own insert(pos, n, value),
-// insert(pos, first, last) and assign(first, last); C names insert and
-// operator= with using-declarations beside its own. As a base it adds no
-// size.
-template <class C, class T, class CIt>
+// The member types and members a typed sequence C of T (iterators It and
+// CIt) spells the same way as every other, built on C's own
+// insert(pos, n, value), insert(pos, first, last) and assign(first, last);
+// C names insert and operator= with using-declarations beside its own. As a
+// base it adds no size.
+template <class C, class T, class It, class CIt>
 struct sequence_members : sequence_relations<C>, range_access<C> {
+    using value_type = T;
+    using size_type = unsigned;
+    using difference_type = std::ptrdiff_t;
+    using reference = T&;
+    using const_reference = T const&;
+    using reverse_iterator = std::reverse_iterator<It>;
+    using const_reverse_iterator = std::reverse_iterator<CIt>;
+
     C& operator=(std::initializer_list<T> il) {
         self().assign(il.begin(), il.end());
         return self();
@@ -138,7 +146,8 @@ private:
 // container_error "mis-matched iterator(s)", and erasing end() raises
 // "iterator points to end()".
 template <class C, class T, class Engine, bool Indirect>
-struct indexed_members : sequence_members<C, T, engine_iterator<T const, Engine, Indirect>> {
+struct indexed_members : sequence_members<C, T, engine_iterator<T, Engine, Indirect>,
+                                          engine_iterator<T const, Engine, Indirect>> {
     using const_position = engine_iterator<T const, Engine, Indirect>;
 
     T& at(unsigned i) {

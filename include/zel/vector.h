@@ -189,17 +189,12 @@ class vector : protected vector_engine, public indexed_members<vector<T, Heap>, 
                   "the heaps return blocks aligned for new's default alignment");
 
 public:
-    using value_type = T;
-    using size_type = unsigned;
-    using difference_type = std::ptrdiff_t;
-    using reference = T&;
-    using const_reference = T const&;
+    // value_type, size_type, reference and the reverse iterators come with
+    // the members.
     using pointer = T*;
     using const_pointer = T const*;
     using iterator = engine_iterator<T, vector_engine, false>;
     using const_iterator = engine_iterator<T const, vector_engine, false>;
-    using reverse_iterator = std::reverse_iterator<iterator>;
-    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
     vector() noexcept = default;
     explicit vector(unsigned n, T const& value = T()) { push_back_n(n, value); }
