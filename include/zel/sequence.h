@@ -148,8 +148,10 @@ private:
 template <class C, class T, class Engine, bool Indirect>
 struct indexed_members : sequence_members<C, T, engine_iterator<T, Engine, Indirect>,
                                           engine_iterator<T const, Engine, Indirect>> {
+private:
     using const_position = engine_iterator<T const, Engine, Indirect>;
 
+public:
     T& at(unsigned i) {
         if (i >= self().size())
             C::index_out_of_range();
