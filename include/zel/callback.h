@@ -16,6 +16,7 @@
 #define ZEL_CALLBACK_H
 
 #include <cstring>
+#include <type_traits>
 
 #include <zel/config.h>
 
@@ -160,6 +161,39 @@ callback0 make_callback(T& object, R (T::*member)()) noexcept {
 template <class T, class R>
 callback0 make_callback(T const& object, R (T::*member)() const) noexcept {
     return detail::member_callback<T const, R (T::*)() const>(object, member);
+}
+
+// ---------------------------------------------------------------------------
+// A container visit's callback: the object is the caller's function object,
+// the buffer holds the function that calls it with an element. The
+// containers' engines hand each element's address to call_element_visitor.
+
+namespace detail {
+
+using element_invoker = void (*)(void const* object, void const* element);
+
+template <class V, class F>
+void invoke_element(void const* f, void const* v) {
+    (*static_cast<F*>(const_cast<void*>(f)))(*static_cast<V*>(const_cast<void*>(v)));
+}
+
+} // namespace detail
+
+// Calls f(element) as a V (V may be a reference type; const for a const
+// visit). f is not copied: it must outlive the visit.
+template <class V, class F>
+callback_base element_visitor(F& f) noexcept {
+    detail::element_invoker const call = &detail::invoke_element<std::remove_reference_t<V>, F>;
+    return callback_base(&f, &call, sizeof call);
+}
+
+// Calls what element_visitor stored (callback points to its callback_base)
+// with the element at `element`.
+inline void call_element_visitor(void const* callback, void const* element) {
+    auto const& c = *static_cast<callback_base const*>(callback);
+    detail::element_invoker call;
+    std::memcpy(&call, c.callable(), sizeof call);
+    call(c.object(), element);
 }
 
 } // namespace zel

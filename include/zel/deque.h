@@ -246,24 +246,20 @@ private:
 // never move; iterators are invalidated by every insertion and erasure
 // (the map moves), references only by erasing their element. An iterator
 // of another deque passed to insert or erase raises container_error
-// "mis-matched iterator(s)". A throwing copy leaves the deque as it was.
+// "mis-matched iterator(s)", and erasing end() raises "iterator points to
+// end()". A throwing copy leaves the deque as it was.
 template <class T>
-class deque : protected deque_engine,
-              public sequence_relations<deque<T>>,
-              public range_access<deque<T>> {
+class deque : protected deque_engine, public indexed_members<deque<T>, T, deque_engine, true> {
+    using members = indexed_members<deque, T, deque_engine, true>;
+    friend members;
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                   "pool blocks are aligned for new's default alignment");
 
 public:
-    using value_type = T;
-    using size_type = unsigned;
-    using difference_type = std::ptrdiff_t;
-    using reference = T&;
-    using const_reference = T const&;
+    // value_type, size_type, reference and the reverse iterators come with
+    // the members.
     using iterator = engine_iterator<T, deque_engine, true>;
     using const_iterator = engine_iterator<T const, deque_engine, true>;
-    using reverse_iterator = std::reverse_iterator<iterator>;
-    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
     deque() noexcept : pool_(sizeof(T), alignof(T)) {}
     explicit deque(unsigned n, T const& value = T()) : deque() { push_back_n(n, value); }
@@ -281,48 +277,25 @@ public:
         deque_engine::assign(other);
         return *this;
     }
-    deque& operator=(deque&& other) noexcept {
-        if (this != &other) {
-            clear();
-            swap(other);
-        }
-        return *this;
-    }
-    deque& operator=(std::initializer_list<T> il) {
-        assign(il.begin(), il.end());
-        return *this;
-    }
+    deque& operator=(deque&& other) noexcept { return move_assign(*this, other); }
+    using members::operator=;
     void assign(unsigned n, T const& value) { deque_engine::assign(&value, n); }
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     void assign(It first, It last) {
         deque tmp(first, last);   // the source may be our own elements
-        erase(begin(), end());
+        this->erase(begin(), end());
         deque_engine::insert(0, tmp);
     }
 
-    T& at(unsigned i) {
-        if (i >= size_)
-            index_out_of_range();
-        return (*this)[i];
-    }
-    T const& at(unsigned i) const {
-        if (i >= size_)
-            index_out_of_range();
-        return (*this)[i];
-    }
+    // Unchecked; at, front and back come with the members.
     T& operator[](unsigned i) noexcept { return *static_cast<T*>(data_[i]); }
     T const& operator[](unsigned i) const noexcept { return *static_cast<T const*>(data_[i]); }
-    T& front() noexcept { return (*this)[0]; }
-    T const& front() const noexcept { return (*this)[0]; }
-    T& back() noexcept { return (*this)[size_ - 1]; }
-    T const& back() const noexcept { return (*this)[size_ - 1]; }
 
     iterator begin() noexcept { return {this, data_}; }
     iterator end() noexcept { return {this, data_ + size_}; }
     const_iterator begin() const noexcept { return {this, data_}; }
     const_iterator end() const noexcept { return {this, data_ + size_}; }
 
-    bool empty() const noexcept { return size_ == 0; }
     using deque_engine::capacity;
     using deque_engine::check;
     using deque_engine::size;
@@ -366,35 +339,18 @@ public:
     void pop_back() { deque_engine::pop_back(1); }
     void pop_front() { deque_engine::pop_front(1); }
 
-    iterator insert(const_iterator pos, T const& value) { return insert(pos, 1u, value); }
+    using members::erase;
+    using members::insert;
     iterator insert(const_iterator pos, unsigned n, T const& value) {
-        unsigned const i = checked_index(pos);
+        unsigned const i = this->checked_index(pos);
         deque_engine::insert(i, &value, n);
         return begin() + i;
     }
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     iterator insert(const_iterator pos, It first, It last) {
-        unsigned const i = checked_index(pos);
+        unsigned const i = this->checked_index(pos);
         deque tmp(first, last);
         deque_engine::insert(i, tmp);
-        return begin() + i;
-    }
-    iterator insert(const_iterator pos, std::initializer_list<T> il) {
-        return insert(pos, il.begin(), il.end());
-    }
-    // Erasing end() raises container_error "iterator points to end()".
-    iterator erase(const_iterator pos) {
-        unsigned const i = checked_index(pos);
-        if (i == size_)
-            iterator_at_end();
-        deque_engine::erase(i, 1);
-        return begin() + i;
-    }
-    iterator erase(const_iterator first, const_iterator last) {
-        unsigned const i = checked_index(first);
-        unsigned const j = checked_index(last);
-        if (j > i)
-            deque_engine::erase(i, j - i);
         return begin() + i;
     }
     void resize(unsigned n) { resize(n, T()); }
@@ -457,11 +413,6 @@ private:
     void push_back_n(unsigned n, T const& value) {
         if (n != 0)
             deque_engine::push_back(&value, n);
-    }
-    unsigned checked_index(const_iterator pos) const {
-        if (pos.owner() != this)
-            mismatched_iterator();
-        return static_cast<unsigned>(pos.get() - data_);
     }
 
     element_pool pool_;

@@ -33,7 +33,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <initializer_list>
 #include <string_view>
@@ -506,13 +505,7 @@ public:
         }
         return *this;
     }
-    hash_container& operator=(hash_container&& other) noexcept {
-        if (this != &other) {
-            clear();
-            swap(other);
-        }
-        return *this;
-    }
+    hash_container& operator=(hash_container&& other) noexcept { return move_assign(*this, other); }
     hash_container& operator=(std::initializer_list<value_type> il) {
         members::assign(il);
         return *this;
@@ -614,19 +607,16 @@ public:
     // reference to the element (const for sets and const tables).
     template <class F>
     void visit(F&& f) {
-        engine::visit(visitor<typename iterator::reference>(f));
+        engine::visit(element_visitor<typename iterator::reference>(f));
     }
     template <class F>
     void visit(F&& f) const {
-        engine::visit(visitor<value_type const&>(f));
+        engine::visit(element_visitor<value_type const&>(f));
     }
 
 protected:
     void do_callback(void const* callback, link const* n) const override {
-        auto const& c = *static_cast<callback_base const*>(callback);
-        invoker call;
-        std::memcpy(&call, c.callable(), sizeof call);
-        call(c.object(), &value(n));
+        call_element_visitor(callback, &value(n));
     }
     bool equal(link const* a, link const* b) const override {
         return eq_(Keys::key(value(a)), Keys::key(value(b)));
@@ -692,21 +682,6 @@ private:
                    eq_(Keys::key(value(first)), Keys::key(value(p))))
                 p = p->next;
         return p;
-    }
-
-    // A visit's callback: the object is the caller's function object, the
-    // buffer the function that calls it with an element (R its reference).
-    using invoker = void (*)(void const* object, void const* value);
-    template <class R, class F>
-    static void invoke(void const* f, void const* v) {
-        using element = std::remove_reference_t<R>;
-        (*static_cast<std::remove_reference_t<F>*>(const_cast<void*>(f)))(
-            *static_cast<element*>(const_cast<void*>(v)));
-    }
-    template <class R, class F>
-    static callback_base visitor(F& f) noexcept {
-        invoker const call = &invoke<R, F>;
-        return callback_base(&f, &call, sizeof call);
     }
 
     Hash hash_;

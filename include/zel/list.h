@@ -13,7 +13,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 #include <iterator>
 #include <new>
@@ -296,20 +295,15 @@ private:
 // assigning and copying are all or nothing when a copy throws.
 template <class T>
 class list : protected list_engine,
-             public sequence_relations<list<T>>,
-             public range_access<list<T>> {
+             public sequence_members<list<T>, T, list_iterator<T, T>, list_iterator<T, T const>> {
     using node = list_value_node<T>;
+    using members = sequence_members<list, T, list_iterator<T, T>, list_iterator<T, T const>>;
 
 public:
-    using value_type = T;
-    using size_type = unsigned;
-    using difference_type = std::ptrdiff_t;
-    using reference = T&;
-    using const_reference = T const&;
+    // value_type, size_type, reference and the reverse iterators come with
+    // the members.
     using iterator = list_iterator<T, T>;
     using const_iterator = list_iterator<T, T const>;
-    using reverse_iterator = std::reverse_iterator<iterator>;
-    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
     using list_engine::all;
     using list_engine::lsv_flags;
 
@@ -334,17 +328,8 @@ public:
         list_engine::assign(other);
         return *this;
     }
-    list& operator=(list&& other) noexcept {
-        if (this != &other) {
-            clear();
-            swap(other);
-        }
-        return *this;
-    }
-    list& operator=(std::initializer_list<T> il) {
-        assign(il.begin(), il.end());
-        return *this;
-    }
+    list& operator=(list&& other) noexcept { return move_assign(*this, other); }
+    using members::operator=;
     void assign(unsigned n, T const& value) { list_engine::assign(&value, n); }
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     void assign(It first, It last) {
@@ -370,7 +355,6 @@ public:
     const_iterator begin() const noexcept { return {this, head()}; }
     const_iterator end() const noexcept { return {this, sentinel()}; }
 
-    bool empty() const noexcept { return size() == 0; }
     using list_engine::check;
     using list_engine::clear;
     using list_engine::size;
@@ -381,7 +365,7 @@ public:
     void pop_back() { list_engine::pop_back(1); }
     void pop_front() { list_engine::pop_front(1); }
 
-    iterator insert(const_iterator pos, T const& value) { return insert(pos, 1u, value); }
+    using members::insert;
     iterator insert(const_iterator pos, unsigned n, T const& value) {
         list_engine::insert(pos.cursor(), &value, n);
         return first_of(pos, n);
@@ -392,9 +376,6 @@ public:
         unsigned const n = tmp.size();
         list_engine::splice(pos.cursor(), tmp, true);
         return first_of(pos, n);
-    }
-    iterator insert(const_iterator pos, std::initializer_list<T> il) {
-        return insert(pos, il.begin(), il.end());
     }
     iterator erase(const_iterator pos) {
         list_engine::list_node* const next = pos.get() ? pos.get()->next : nullptr;
@@ -457,19 +438,19 @@ public:
     // const& on a const list).
     template <class F>
     void visit(F&& f, unsigned first = 0, unsigned n = all) {
-        list_engine::visit(visitor<T>(f), first, n);
+        list_engine::visit(element_visitor<T>(f), first, n);
     }
     template <class F>
     void visit(F&& f, unsigned first = 0, unsigned n = all) const {
-        list_engine::visit(visitor<T const>(f), first, n);
+        list_engine::visit(element_visitor<T const>(f), first, n);
     }
 
 protected:
     void do_callback(void const* callback, list_node* n) override {
-        call_visitor(callback, &value(n));
+        call_element_visitor(callback, &value(n));
     }
     void do_callback(void const* callback, list_node const* n) const override {
-        call_visitor(callback, &value(n));
+        call_element_visitor(callback, &value(n));
     }
     bool compare(list_node const* a, list_node const* b,
                  void_comparator const& comparator) const override {
@@ -498,26 +479,6 @@ private:
         for (; n != 0; --n)
             p = p->prev;
         return {this, p};
-    }
-
-    // A visit's callback: the object is the caller's function object, the
-    // buffer holds the function that calls it with a value (V is T or T
-    // const).
-    using invoker = void (*)(void const* object, void const* value);
-    template <class V, class F>
-    static void invoke(void const* f, void const* v) {
-        (*static_cast<F*>(const_cast<void*>(f)))(*static_cast<V*>(const_cast<void*>(v)));
-    }
-    template <class V, class F>
-    static callback_base visitor(F& f) noexcept {
-        invoker const call = &invoke<V, F>;
-        return callback_base(&f, &call, sizeof call);
-    }
-    static void call_visitor(void const* callback, void const* v) {
-        auto const& c = *static_cast<callback_base const*>(callback);
-        invoker call;
-        std::memcpy(&call, c.callable(), sizeof call);
-        call(c.object(), v);
     }
 
     // remove_if's comparator: the predicate applied to the node's value.

@@ -20,7 +20,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <initializer_list>
 #include <iterator>
 #include <type_traits>
@@ -443,12 +442,12 @@ public:
     // container and for sets).
     template <class F>
     void visit(F&& f, visit_type order = in_order) {
-        callback_base const c = visitor<std::remove_reference_t<reference>>(f);
+        callback_base const c = element_visitor<reference>(f);
         tree_engine::visit(&c, order);
     }
     template <class F>
     void visit(F&& f, visit_type order = in_order) const {
-        callback_base const c = visitor<value_type const>(f);
+        callback_base const c = element_visitor<value_type const>(f);
         tree_engine::visit(&c, order);
     }
 
@@ -477,10 +476,7 @@ protected:
     }
     void delete_node(link* n) override { delete static_cast<node*>(n); }
     void do_callback(void const* callback, base_node const* n) const override {
-        auto const& c = *static_cast<callback_base const*>(callback);
-        invoker call;
-        std::memcpy(&call, c.callable(), sizeof call);
-        call(c.object(), &static_cast<node const*>(n)->value);
+        call_element_visitor(callback, &static_cast<node const*>(n)->value);
     }
 
     link* nil_link() const noexcept { return rb(header_.left); }
@@ -532,19 +528,6 @@ private:
             clear();
             throw;
         }
-    }
-
-    // A visit's callback: the object is the caller's function object, the
-    // buffer holds the function that calls it with a value.
-    using invoker = void (*)(void const* object, void const* value);
-    template <class V, class F>
-    static void invoke(void const* f, void const* v) {
-        (*static_cast<F*>(const_cast<void*>(f)))(*static_cast<V*>(const_cast<void*>(v)));
-    }
-    template <class V, class F>
-    static callback_base visitor(F& f) noexcept {
-        invoker const call = &invoke<V, std::remove_reference_t<F>>;
-        return callback_base(&f, &call, sizeof call);
     }
 
     Compare comp_;

@@ -1,11 +1,13 @@
 // What the typed sequence containers share: a random-access iterator that
 // remembers its container (so the container can reject an iterator of
-// another one), and the comparison operators over begin()/end().
+// another one), the comparison operators over begin()/end(), and the
+// members they would otherwise each write out the same way.
 #ifndef ZEL_SEQUENCE_H
 #define ZEL_SEQUENCE_H
 
 #include <algorithm>
 #include <cstddef>
+#include <initializer_list>
 #include <iterator>
 #include <type_traits>
 
@@ -97,6 +99,100 @@ struct sequence_relations {
     friend bool operator<=(C const& a, C const& b) { return !(b < a); }
     friend bool operator>=(C const& a, C const& b) { return !(a < b); }
     friend void swap(C& a, C& b) noexcept { a.swap(b); }
+};
+
+// A container's move assignment: clear, then take other's contents by an
+// exchange, so other ends empty. Nothing when both are one container.
+template <class C>
+C& move_assign(C& to, C& from) noexcept {
+    if (&to != &from) {
+        to.clear();
+        to.swap(from);
+    }
+    return to;
+}
+
+// The member types and members a typed sequence C of T (iterators It and
+// CIt) spells the same way as every other, built on C's own
+// insert(pos, n, value), insert(pos, first, last) and assign(first, last);
+// C names insert and operator= with using-declarations beside its own. As a
+// base it adds no size.
+template <class C, class T, class It, class CIt>
+struct sequence_members : sequence_relations<C>, range_access<C> {
+    using value_type = T;
+    using size_type = unsigned;
+    using difference_type = std::ptrdiff_t;
+    using reference = T&;
+    using const_reference = T const&;
+    using reverse_iterator = std::reverse_iterator<It>;
+    using const_reverse_iterator = std::reverse_iterator<CIt>;
+
+    C& operator=(std::initializer_list<T> il) {
+        self().assign(il.begin(), il.end());
+        return self();
+    }
+    bool empty() const noexcept { return static_cast<C const&>(*this).size() == 0; }
+    auto insert(CIt pos, T const& value) { return self().insert(pos, 1u, value); }
+    auto insert(CIt pos, std::initializer_list<T> il) { return self().insert(pos, il.begin(), il.end()); }
+
+private:
+    C& self() noexcept { return static_cast<C&>(*this); }
+};
+
+// What a sequence C of T over an Engine addressed by index (an
+// engine_iterator, Indirect as C's) adds: checked access, the iterator
+// checks and erasure. C makes this base its friend, to reach the engine.
+// at() raises out_of_range; an iterator of another container raises
+// container_error "mis-matched iterator(s)", and erasing end() raises
+// "iterator points to end()".
+template <class C, class T, class Engine, bool Indirect>
+struct indexed_members : sequence_members<C, T, engine_iterator<T, Engine, Indirect>,
+                                          engine_iterator<T const, Engine, Indirect>> {
+private:
+    using const_position = engine_iterator<T const, Engine, Indirect>;
+
+public:
+    T& at(unsigned i) {
+        if (i >= self().size())
+            C::index_out_of_range();
+        return self()[i];
+    }
+    T const& at(unsigned i) const {
+        if (i >= cself().size())
+            C::index_out_of_range();
+        return cself()[i];
+    }
+    T& front() noexcept { return self()[0]; }
+    T const& front() const noexcept { return cself()[0]; }
+    T& back() noexcept { return self()[self().size() - 1]; }
+    T const& back() const noexcept { return cself()[cself().size() - 1]; }
+
+    auto erase(const_position pos) {
+        unsigned const i = checked_index(pos);
+        if (i == self().size())
+            C::iterator_at_end();
+        engine().erase(i, 1);
+        return self().begin() + i;
+    }
+    auto erase(const_position first, const_position last) {
+        unsigned const i = checked_index(first);
+        unsigned const j = checked_index(last);
+        if (j > i)
+            engine().erase(i, j - i);
+        return self().begin() + i;
+    }
+
+protected:
+    unsigned checked_index(const_position pos) const {
+        if (pos.owner() != static_cast<Engine const*>(&cself()))
+            C::mismatched_iterator();
+        return static_cast<unsigned>(pos.get() - cself().begin().get());
+    }
+
+private:
+    C& self() noexcept { return static_cast<C&>(*this); }
+    C const& cself() const noexcept { return static_cast<C const&>(*this); }
+    Engine& engine() noexcept { return static_cast<Engine&>(self()); }
 };
 
 } // namespace zel

@@ -178,27 +178,23 @@ static_assert(sizeof(vector_engine) == 2 * sizeof(void*) + 2 * sizeof(std::uint3
 // of its own elements) and valid, with every element still owned, on the
 // in-place paths. Iterators are invalidated as for std::vector; an iterator
 // of another vector passed to insert or erase raises container_error
-// "mis-matched iterator(s)".
+// "mis-matched iterator(s)", and erasing end() raises "iterator points to
+// end()".
 template <class T, class Heap = vector_heap>
-class vector : protected vector_engine,
-               public sequence_relations<vector<T, Heap>>,
-               public range_access<vector<T, Heap>> {
+class vector : protected vector_engine, public indexed_members<vector<T, Heap>, T, vector_engine, false> {
+    using members = indexed_members<vector, T, vector_engine, false>;
+    friend members;
     static_assert(std::is_base_of_v<allocator_engine, Heap>, "a vector's heap is an allocator_engine");
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
                   "the heaps return blocks aligned for new's default alignment");
 
 public:
-    using value_type = T;
-    using size_type = unsigned;
-    using difference_type = std::ptrdiff_t;
-    using reference = T&;
-    using const_reference = T const&;
+    // value_type, size_type, reference and the reverse iterators come with
+    // the members.
     using pointer = T*;
     using const_pointer = T const*;
     using iterator = engine_iterator<T, vector_engine, false>;
     using const_iterator = engine_iterator<T const, vector_engine, false>;
-    using reverse_iterator = std::reverse_iterator<iterator>;
-    using const_reverse_iterator = std::reverse_iterator<const_iterator>;
 
     vector() noexcept = default;
     explicit vector(unsigned n, T const& value = T()) { push_back_n(n, value); }
@@ -206,24 +202,15 @@ public:
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     vector(It first, It last) { insert(end(), first, last); }
     vector(vector const& other) : vector_engine() { append(other.data(), other.size()); }
-    vector(vector&& other) noexcept : vector_engine() { steal(other); }
+    vector(vector&& other) noexcept : vector_engine() { vector_engine::swap(other, true); }
     ~vector() override { clear(); }
 
     vector& operator=(vector const& other) {
         vector_engine::assign(static_cast<vector_engine const&>(other));
         return *this;
     }
-    vector& operator=(vector&& other) noexcept {
-        if (this != &other) {
-            clear();
-            steal(other);
-        }
-        return *this;
-    }
-    vector& operator=(std::initializer_list<T> il) {
-        assign(il.begin(), il.end());
-        return *this;
-    }
+    vector& operator=(vector&& other) noexcept { return move_assign(*this, other); }
+    using members::operator=;
 
     void assign(unsigned n, T const& value) {
         clear_elements();
@@ -244,23 +231,10 @@ public:
     }
     void assign(std::initializer_list<T> il) { assign(il.begin(), il.end()); }
 
-    // Element access. at() raises out_of_range; [] is unchecked.
-    T& at(unsigned i) {
-        if (i >= size_)
-            index_out_of_range();
-        return data()[i];
-    }
-    T const& at(unsigned i) const {
-        if (i >= size_)
-            index_out_of_range();
-        return data()[i];
-    }
+    // Element access (at, front and back come with the members): [] is
+    // unchecked.
     T& operator[](unsigned i) noexcept { return data()[i]; }
     T const& operator[](unsigned i) const noexcept { return data()[i]; }
-    T& front() noexcept { return data()[0]; }
-    T const& front() const noexcept { return data()[0]; }
-    T& back() noexcept { return data()[size_ - 1]; }
-    T const& back() const noexcept { return data()[size_ - 1]; }
     T* data() noexcept { return static_cast<T*>(data_); }
     T const* data() const noexcept { return static_cast<T const*>(data_); }
 
@@ -269,7 +243,6 @@ public:
     const_iterator begin() const noexcept { return {this, data()}; }
     const_iterator end() const noexcept { return {this, data() + size_}; }
 
-    bool empty() const noexcept { return size_ == 0; }
     using vector_engine::capacity;
     using vector_engine::check;
     using vector_engine::size;
@@ -291,16 +264,17 @@ public:
     }
     void pop_back() { vector_engine::pop_back(1); }
 
-    iterator insert(const_iterator pos, T const& value) { return insert(pos, 1u, value); }
+    using members::erase;
+    using members::insert;
     iterator insert(const_iterator pos, unsigned n, T const& value) {
-        unsigned const at_index = checked_index(pos);
+        unsigned const at_index = this->checked_index(pos);
         if (n != 0)
             vector_engine::insert(at_index, &value, all, n);
         return begin() + at_index;
     }
     template <class It, class = typename std::iterator_traits<It>::iterator_category>
     iterator insert(const_iterator pos, It first, It last) {
-        unsigned const at_index = checked_index(pos);
+        unsigned const at_index = this->checked_index(pos);
         using category = typename std::iterator_traits<It>::iterator_category;
         if constexpr (std::is_pointer_v<It> || std::is_same_v<It, iterator> || std::is_same_v<It, const_iterator>) {
             if (first != last)
@@ -319,25 +293,6 @@ public:
             insert(begin() + at_index, tmp.data(), tmp.data() + tmp.size());
         }
         return begin() + at_index;
-    }
-    iterator insert(const_iterator pos, std::initializer_list<T> il) {
-        return insert(pos, il.begin(), il.end());
-    }
-
-    // Erasing end() raises container_error "iterator points to end()".
-    iterator erase(const_iterator pos) {
-        unsigned const i = checked_index(pos);
-        if (i == size_)
-            iterator_at_end();
-        vector_engine::erase(i, 1);
-        return begin() + i;
-    }
-    iterator erase(const_iterator first, const_iterator last) {
-        unsigned const i = checked_index(first);
-        unsigned const j = checked_index(last);
-        if (j > i)
-            vector_engine::erase(i, j - i);
-        return begin() + i;
     }
 
     void resize(unsigned n) { resize(n, T()); }
@@ -437,20 +392,12 @@ private:
         if (n != 0)
             vector_engine::insert(size_, src, 0, n);
     }
-    void steal(vector& other) noexcept {
-        vector_engine::swap(other, true);
-    }
     bool owns(T const* p) const noexcept {
         auto const a = reinterpret_cast<std::uintptr_t>(p);
         return a >= reinterpret_cast<std::uintptr_t>(data()) &&
                a < reinterpret_cast<std::uintptr_t>(data() + size_);
     }
     unsigned index_of(T const* p) const noexcept { return static_cast<unsigned>(p - data()); }
-    unsigned checked_index(const_iterator pos) const {
-        if (pos.owner() != this)
-            mismatched_iterator();
-        return index_of(pos.get());
-    }
 
     Heap heap_;
 };
