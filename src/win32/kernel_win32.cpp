@@ -157,6 +157,10 @@ void abandon_held(thread_record* r) noexcept {
         bool const listed = m == r->held || m->previous != nullptr || m->next != nullptr;
         if (!listed && m->owner.load() == r->id)
             abandon(m);
+        else if (!listed && m->sleepers.load() != 0)
+            // Given back, perhaps before its release could wake a sleeper:
+            // one more wake costs a sleeper only one more look at the word.
+            ReleaseSemaphore(m->wake, 1, nullptr);
     }
     while (lock_object* m = r->held) {
         r->held = m->next;

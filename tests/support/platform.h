@@ -35,8 +35,9 @@ enum class needs {
     // A replaced global operator new that also sees the requests the C++
     // runtime makes inside its own code (std::string's members).
     runtime_allocations_replaced,
-    // A thread can be terminated while it is still starting.
-    termination_while_starting,
+    // A thread can be terminated at any point of its run: while it starts,
+    // and inside the system's calls its lock calls make.
+    termination_anywhere,
 };
 
 // Null when the target has it, otherwise why not.
@@ -52,9 +53,10 @@ inline char const* missing(needs what) noexcept {
     case needs::runtime_allocations_replaced:
         return "the C++ runtime is a DLL whose own calls to operator new do not reach the "
                "program's replacement";
-    case needs::termination_while_starting:
-        return "a starting thread runs the DLLs' attach notifications under the loader lock, "
-               "which TerminateThread would leave held for good";
+    case needs::termination_anywhere:
+        return "TerminateThread can stop a thread inside the system's own calls (a starting "
+               "thread's DLL notifications under the loader lock, a wait, a semaphore release) "
+               "and leave their state inconsistent";
     case needs::kernel_objects_on_the_heap:
         return "Windows makes kernel objects itself: no allocation of the program's can make "
                "their creation fail";
